@@ -342,3 +342,60 @@ std::vector<const SAttributeEntry*> CTriangulation::GetAttributes(int container)
 }
 
 } // namespace Geometry
+
+namespace Geometry {
+
+void CTriangulation::RemapVertices(const std::vector<uint32_t>& oldToNew, uint32_t newCount) {
+    const uint32_t slots = GetVertexSlotCount();
+    std::vector<uint32_t> source(newCount, c_IndexInvalid); // new index -> first old vertex
+    for (CVertexRef v : Vertices()) {
+        uint32_t n = v < oldToNew.size() ? oldToNew[v] : c_IndexInvalid;
+        if (n < newCount && source[n] == c_IndexInvalid) source[n] = v;
+    }
+    std::vector<CbVector3f> positions(newCount);
+    for (uint32_t n = 0; n < newCount; ++n)
+        if (source[n] != c_IndexInvalid) positions[n] = m_positions[source[n]];
+    for (auto& e : m_attributes[eContainerVertex]) {
+        if (!e->connected) continue;
+        std::vector<uint8_t> data(size_t(newCount) * e->elementSize);
+        for (uint32_t n = 0; n < newCount; ++n) {
+            const uint8_t* from = source[n] != c_IndexInvalid ? e->data.data() + size_t(source[n]) * e->elementSize
+                                                              : e->defaultValue.data();
+            if (e->elementSize) std::memcpy(data.data() + size_t(n) * e->elementSize, from, e->elementSize);
+        }
+        e->data.swap(data);
+    }
+    for (CTriangleRef t : Triangles())
+        for (uint32_t& c : m_corners[t]) c = c < slots && c < oldToNew.size() ? oldToNew[c] : c_IndexInvalid;
+    m_positions.swap(positions);
+    m_vertexDeleted.clear();
+    m_vertexLive = newCount;
+    invalidateTopology();
+}
+
+void CTriangulation::Compact() {
+    if (m_triangleLive != m_corners.size()) {
+        std::vector<uint32_t> keep;
+        keep.reserve(m_triangleLive);
+        for (CTriangleRef t : Triangles()) keep.push_back(t);
+        std::vector<STriangleCorners> corners(keep.size());
+        for (size_t i = 0; i < keep.size(); ++i) corners[i] = m_corners[keep[i]];
+        for (auto& e : m_attributes[eContainerTriangle]) {
+            if (!e->connected) continue;
+            std::vector<uint8_t> data(keep.size() * e->elementSize);
+            for (size_t i = 0; i < keep.size(); ++i)
+                if (e->elementSize)
+                    std::memcpy(data.data() + i * e->elementSize, e->data.data() + size_t(keep[i]) * e->elementSize, e->elementSize);
+            e->data.swap(data);
+        }
+        m_corners.swap(corners);
+        m_triangleDeleted.clear();
+        invalidateTopology();
+    }
+    if (m_vertexLive != m_positions.size()) {
+        std::vector<uint32_t> dense = ComputeDenseVertexIndices();
+        RemapVertices(dense, m_vertexLive);
+    }
+}
+
+} // namespace Geometry

@@ -126,6 +126,14 @@ public:
         return {m_vtTriangles.data() + m_vtOffsets[v], m_vtOffsets[v + 1] - m_vtOffsets[v]};
     }
 
+    // Renumbers vertices: live vertex v becomes oldToNew[v] (< newCount) and keeps its
+    // position and attribute values when it is the first old vertex mapped there; entries of
+    // c_IndexInvalid drop the vertex. Corners of live triangles are remapped; the result has
+    // no deleted vertex slots.
+    void RemapVertices(const std::vector<uint32_t>& oldToNew, uint32_t newCount);
+    // Drops deleted triangle and vertex slots so that indices become dense again.
+    void Compact();
+
     // Hands the position array out and leaves the mesh without positions (and vertices).
     SMemoryBlock<CbVector3f> ReleaseVertexPositions();
 
