@@ -1,0 +1,412 @@
+#include "vnio/vnstl.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <charconv>
+#include <clocale>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <locale.h>
+#include <string>
+#include <vector>
+
+#include "vn3dbase/vnfttriangulationcombinetrianglesoup.h"
+#include "vn3dbase/vnmptriangulationnormals.h"
+#include "vnbase/vnfilesystem.h"
+#include "vnbase/vnstreamfile.h"
+
+using namespace Geometry;
+
+namespace VnSTL {
+
+namespace {
+constexpr const char* kSource = "vnlibraries/vnio/vnstl";
+constexpr uint32_t kMaxCount = 0x55555556u; // three times the count must fit in 32 bits
+constexpr uint32_t kReserveCap = 10000000u;
+constexpr size_t kRecord = 50;
+constexpr uint32_t kChunkRecords = 1u << 16;
+
+bool combineFlagsWithAttribute(EFlagsRead flags, const CAttributeWord& attribute) {
+    return (uint32_t(flags) & ~uint32_t(eFlagVertexNormals)) != 0 && !attribute.IsNull();
+}
+
+void zeroHeader(SHeader* header) {
+    if (header) header->fill(0);
+}
+
+CbVector3f facetNormal(const CTriangulation& mesh, const CTriangleAttribute<const CbVector3f>& stored, CTriangleRef t) {
+    if (stored) return stored[t];
+    const auto& c = mesh.GetCorners(t);
+    return VnMpTriangulationNormals::FacetNormal(mesh.GetPosition(CVertexRef(c[0])), mesh.GetPosition(CVertexRef(c[1])),
+                                                 mesh.GetPosition(CVertexRef(c[2])));
+}
+
+locale_t classicLocale() {
+    static locale_t loc = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+    return loc;
+}
+
+// Whole-token float conversion with C semantics: the fast correctly rounded parser first,
+// the C library in the "C" locale for what it does not take (leading '+', hex floats).
+bool parseFloat(const std::string& token, float& value) {
+    if (token.empty()) return false;
+    const char* b = token.data();
+    const char* e = b + token.size();
+    auto [ptr, ec] = std::from_chars(b, e, value);
+    if (ec == std::errc() && ptr == e) return true;
+    char* end = nullptr;
+    value = strtof_l(b, &end, classicLocale());
+    return end == e;
+}
+
+// The tokeniser over the character stream: whitespace is space, tab, LF and CR; '!', '#'
+// and '$' start a comment that runs to the end of the line.
+class CTokenizer {
+public:
+    explicit CTokenizer(VnStreamReadASCIIT<CStringA>& s) : m_s(s) {}
+
+    static bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+    static bool isComment(char c) { return c == '!' || c == '#' || c == '$'; }
+
+    void skipLine() {
+        while (!m_s.IsEnd()) {
+            char c = m_s.GetChar();
+            if (c == '\n' || c == '\r') return;
+            m_s.Next();
+        }
+    }
+
+    // Empty at the end of the stream.
+    const std::string& next() {
+        m_token.clear();
+        while (!m_s.IsEnd()) {
+            char c = m_s.GetChar();
+            if (isSpace(c)) {
+                m_s.Next();
+            } else if (isComment(c)) {
+                skipLine();
+            } else {
+                break;
+            }
+        }
+        while (!m_s.IsEnd()) {
+            char c = m_s.GetChar();
+            if (isSpace(c)) break;
+            if (isComment(c)) {
+                skipLine();
+                break;
+            }
+            m_token.push_back(c);
+            m_s.Next();
+        }
+        return m_token;
+    }
+
+    // The rest of the current line from the character that ended the last token, with that
+    // first character (the separator) removed.
+    std::string restOfLine() {
+        std::string rest;
+        while (!m_s.IsEnd()) {
+            char c = m_s.GetChar();
+            if (c == '\n' || c == '\r') break;
+            rest.push_back(c);
+            m_s.Next();
+        }
+        if (!rest.empty()) rest.erase(0, 1);
+        return rest;
+    }
+
+private:
+    VnStreamReadASCIIT<CStringA>& m_s;
+    std::string m_token;
+};
+
+void appendFacet(CTriangulation& mesh, CTriangleAttribute<CbVector3f>& normals, const CbVector3f& n, const CbVector3f* p) {
+    CVertexRef a = mesh.AddVertex(p[0]);
+    CVertexRef b = mesh.AddVertex(p[1]);
+    CVertexRef c = mesh.AddVertex(p[2]);
+    CTriangleRef t = mesh.AddTriangle(a, b, c);
+    normals[t] = n;
+}
+
+void appendNumber(std::string& out, float v) {
+    char buf[32];
+    // %.9g of the value promoted to double, byte for byte, in any locale.
+    auto r = std::to_chars(buf, buf + sizeof(buf), double(v), std::chars_format::general, 9);
+    out.append(buf, r.ptr);
+}
+} // namespace
+
+bool IsBinary(const CStringW& path) {
+    uint64_t size = VnFileSystem::GetFileSize(path);
+    if (size < 84 || (size - 84) % kRecord != 0) return false;
+    try {
+        VnStreamReadBinaryFileRaw stream(path.c_str());
+        unsigned char bytes[84];
+        for (unsigned char& b : bytes) stream >> b;
+        uint32_t count = uint32_t(bytes[80]) | (uint32_t(bytes[81]) << 8) | (uint32_t(bytes[82]) << 16) |
+                         (uint32_t(bytes[83]) << 24);
+        uint32_t expected = count * 50u + 84u; // wraps at 2^32 on purpose
+        return uint64_t(expected) == size;
+    } catch (const CbExceptionStream&) {
+        return false;
+    }
+}
+
+bool PostprocessTriangleSoup(CTriangulation& mesh, EFlagsRead flags) {
+    if (flags & eFlagCombine) {
+        VnFtTriangulationCombineTriangleSoup combine;
+        combine.SetFlags(VnFtTriangulationCombineTriangleSoup::eFlagCombine);
+        if (flags & eFlagCombineOption2) combine.AddFlags(VnFtTriangulationCombineTriangleSoup::eFlagRemoveDegenerate);
+        if (flags & eFlagCombineTolerance) {
+            combine.AddFlags(VnFtTriangulationCombineTriangleSoup::eFlagTolerance);
+            combine.SetParameterMergeTolerance(0.01f);
+        }
+        combine.SetInput(mesh);
+        combine.Compute(VnAlgorithm::eComputeDefault);
+    }
+    if (flags & eFlagVertexNormals) {
+        auto triangleNormals = GetOrCreateAttribute<CTriangleRef, CbVector3f>(mesh, "normal");
+        auto vertexNormals = GetOrCreateAttribute<CVertexRef, CbVector3f>(mesh, "normal");
+        VnMpTriangulationNormals normals;
+        normals.SetInput(mesh, vertexNormals, triangleNormals);
+        normals.SetFlags(VnMpTriangulationNormals::eFlagVertexNormals);
+        normals.Compute(VnAlgorithm::eComputeDefault);
+    }
+    return true;
+}
+
+CStringA ExtractHeaderString(const SHeader& header) {
+    CStringA text;
+    for (unsigned char c : header) {
+        if (c < 32 || c > 126) break;
+        text.push_back(static_cast<char>(c));
+    }
+    return text;
+}
+
+bool Serialize(CbStreamReadBinary& stream, CTriangulation& mesh, EFlagsRead flags, SHeader* header, CAttributeWord attribute) {
+    if (combineFlagsWithAttribute(flags, attribute) || (attribute && !attribute.BelongsTo(mesh)))
+        throw CbExceptionPreconditionViolation(kSource, 360, "VnSTL::Serialize");
+    try {
+        SHeader scratch;
+        SHeader& h = header ? *header : scratch;
+        uint32_t count = 0;
+        bool ok = stream.ReadBuffer(h.data(), h.size()) == h.size() && stream.ReadBuffer(&count, 4) == 4 && count < kMaxCount;
+        if (ok) {
+            mesh.RemoveAll();
+            auto normals = GetOrCreateAttribute<CTriangleRef, CbVector3f>(mesh, "normal");
+            uint64_t left = stream.GetBytesLeft();
+            uint64_t reserve = std::min<uint64_t>(count, kReserveCap);
+            if (left != CbStreamRead::kUnknownSize) reserve = std::min<uint64_t>(reserve, left / kRecord);
+            else reserve = std::min<uint64_t>(reserve, 65536);
+            mesh.ReserveTriangles(uint32_t(reserve));
+            mesh.ReserveVertices(uint32_t(reserve * 3));
+            // Records are read in blocks and appended in bulk; the outcome is the same as
+            // record by record, a short block failing exactly where a short record would.
+            std::vector<uint8_t> block(size_t(std::min<uint32_t>(count, kChunkRecords)) * kRecord);
+            std::vector<CbVector3f> positions;
+            std::vector<STriangleCorners> corners;
+            uint32_t done = 0;
+            while (ok && done < count) {
+                uint32_t n = std::min<uint32_t>(count - done, kChunkRecords);
+                size_t got = stream.ReadBuffer(block.data(), size_t(n) * kRecord);
+                uint32_t whole = uint32_t(got / kRecord);
+                ok = whole == n;
+                positions.resize(size_t(whole) * 3);
+                corners.resize(whole);
+                const uint32_t firstVertex = mesh.GetVertexSlotCount();
+                const uint32_t firstTriangle = mesh.GetTriangleSlotCount();
+                for (uint32_t i = 0; i < whole; ++i) {
+                    std::memcpy(&positions[size_t(i) * 3], block.data() + size_t(i) * kRecord + 12, 36);
+                    uint32_t v = firstVertex + 3 * i;
+                    corners[i] = STriangleCorners{v, v + 1, v + 2};
+                }
+                mesh.AppendVertices(positions.data(), whole * 3);
+                mesh.AppendTriangles(corners.data(), whole);
+                for (uint32_t i = 0; i < whole; ++i) {
+                    const uint8_t* r = block.data() + size_t(i) * kRecord;
+                    CTriangleRef t(firstTriangle + i);
+                    std::memcpy(&normals[t], r, 12);
+                    if (attribute) std::memcpy(&attribute[t], r + 48, 2);
+                }
+                done += whole;
+            }
+        }
+        if (ok) return PostprocessTriangleSoup(mesh, flags);
+    } catch (const CbExceptionStream&) {
+    }
+    mesh.RemoveAll();
+    zeroHeader(header);
+    return false;
+}
+
+bool Serialize(VnStreamReadASCIIT<CStringA>& stream, CTriangulation& mesh, EFlagsRead flags, CStringA* solidName) {
+    try {
+        mesh.RemoveAll();
+        auto normals = GetOrCreateAttribute<CTriangleRef, CbVector3f>(mesh, "normal");
+        CTokenizer tok(stream);
+        CbVector3f normal, corner[3];
+        int state = 0;
+        for (;;) {
+            const std::string& t = tok.next();
+            if (t.empty()) return false;
+            switch (state) {
+            case 0:
+                if (t != "solid") return false;
+                {
+                    std::string name = tok.restOfLine();
+                    if (solidName) *solidName = CStringA(std::move(name));
+                }
+                state = 1;
+                break;
+            case 1:
+                if (t == "endsolid") return PostprocessTriangleSoup(mesh, flags);
+                if (t != "facet" || tok.next() != "normal") return false;
+                state = 2;
+                break;
+            case 2: case 3: case 4:
+                if (!parseFloat(t, normal[state - 2])) return false;
+                ++state;
+                break;
+            case 5:
+                if (t != "outer" || tok.next() != "loop") return false;
+                state = 6;
+                break;
+            case 6: case 10: case 14:
+                if (t != "vertex") return false;
+                ++state;
+                break;
+            case 7: case 8: case 9: case 11: case 12: case 13: case 15: case 16: case 17: {
+                int k = (state - 7) / 4;
+                int axis = (state - 7) % 4;
+                if (!parseFloat(t, corner[k][axis])) return false;
+                ++state;
+                break;
+            }
+            case 18:
+                // The facet is stored before its closing keyword is checked.
+                appendFacet(mesh, normals, normal, corner);
+                if (t != "endloop") return false;
+                state = 19;
+                break;
+            case 19:
+                if (t != "endfacet") return false;
+                state = 1;
+                break;
+            default:
+                throw CbException(kSource, 684, "VnSTL::Serialize");
+            }
+        }
+    } catch (const CbExceptionStream&) {
+        return false;
+    }
+}
+
+bool Serialize(CbStreamWriteBinary& stream, const CTriangulation& mesh, const SHeader* header, CAttributeWordConst attribute) {
+    if (attribute && !attribute.BelongsTo(mesh)) throw CbExceptionPreconditionViolation(kSource, 360, "VnSTL::Serialize");
+    auto stored = FindAttribute<CTriangleRef, const CbVector3f>(mesh, "normal");
+    try {
+        SHeader h{};
+        if (header) {
+            h = *header;
+        } else {
+            std::memcpy(h.data(), c_DefaultHeader, std::min<size_t>(std::strlen(c_DefaultHeader), h.size()));
+        }
+        stream.WriteBuffer(h.data(), h.size());
+        stream << mesh.GetTriangleCount();
+        uint8_t record[kRecord];
+        for (CTriangleRef t : mesh.Triangles()) {
+            CbVector3f n = facetNormal(mesh, stored, t);
+            std::memcpy(record, &n, 12);
+            const auto& c = mesh.GetCorners(t);
+            for (int k = 0; k < 3; ++k) std::memcpy(record + 12 + 12 * k, &mesh.GetPosition(CVertexRef(c[k])), 12);
+            uint16_t word = attribute ? attribute[t] : 0;
+            std::memcpy(record + 48, &word, 2);
+            stream.WriteBuffer(record, kRecord);
+        }
+        return true;
+    } catch (const CbExceptionStream&) {
+        return false;
+    }
+}
+
+bool Serialize(CbStreamWriteASCIIT<CStringA>& stream, const CTriangulation& mesh, const CStringA* solidName) {
+    auto stored = FindAttribute<CTriangleRef, const CbVector3f>(mesh, "normal");
+    try {
+        std::string out = "solid ";
+        out += solidName ? std::string(*solidName) : std::string(c_DefaultHeader);
+        out += '\n';
+        out.reserve(1 << 16);
+        for (CTriangleRef t : mesh.Triangles()) {
+            CbVector3f n = facetNormal(mesh, stored, t);
+            out += "facet normal ";
+            appendNumber(out, n.x); out += ' ';
+            appendNumber(out, n.y); out += ' ';
+            appendNumber(out, n.z);
+            out += "\nouter loop\n";
+            const auto& c = mesh.GetCorners(t);
+            for (int k = 0; k < 3; ++k) {
+                const CbVector3f& p = mesh.GetPosition(CVertexRef(c[k]));
+                out += "vertex ";
+                appendNumber(out, p.x); out += ' ';
+                appendNumber(out, p.y); out += ' ';
+                appendNumber(out, p.z); out += '\n';
+            }
+            out += "endloop\nendfacet\n";
+            if (out.size() > (1 << 16) - 512) {
+                stream.Write(out.data(), out.size());
+                out.clear();
+            }
+        }
+        out += "endsolid\n";
+        stream.Write(out.data(), out.size());
+        return true;
+    } catch (const CbExceptionStream&) {
+        return false;
+    }
+}
+
+void Serialize(const wchar_t* path, const CTriangulation& mesh, const SHeader* header, CAttributeWordConst attribute) {
+    VnStreamWriteBinaryFile stream(path, 0, 0, 0);
+    bool ok = Serialize(stream, mesh, header, attribute);
+    if (ok) {
+        try {
+            stream.Flush();
+        } catch (const CbExceptionStream&) {
+            ok = false;
+        }
+    }
+    if (!ok) throw CbException(kSource, 748, "VnSTL::Serialize");
+}
+
+bool Load(const CStringW& path, CTriangulation& mesh, EFlagsRead flags, SHeader* header, CAttributeWord attribute,
+          CStringA* solidName, bool* isBinary) {
+    if (combineFlagsWithAttribute(flags, attribute) || (attribute && !attribute.BelongsTo(mesh)))
+        throw CbExceptionPreconditionViolation(kSource, 100, "VnSTL::Load");
+    bool result = false;
+    try {
+        if (VnFileSystem::Exists(path)) {
+            bool binary = IsBinary(path);
+            if (isBinary) *isBinary = binary;
+            if (binary) {
+                VnStreamReadBinaryFileRaw stream(path.c_str());
+                if (Serialize(stream, mesh, flags, header, attribute)) return true;
+                result = false;
+            } else {
+                VnStreamReadASCIIFile stream(path);
+                result = Serialize(stream, mesh, flags, solidName);
+            }
+        }
+    } catch (const CbExceptionStream&) {
+        mesh.RemoveAll();
+        result = false;
+    }
+    zeroHeader(header);
+    if (attribute)
+        for (CTriangleRef t : mesh.Triangles()) attribute[t] = 0;
+    return result;
+}
+
+} // namespace VnSTL
