@@ -1,6 +1,6 @@
 # Installs the library, its public headers, a CMake package (VnIO::vnio) and a pkg-config file.
 include(CMakePackageConfigHelpers)
-install(TARGETS vnio basepool vnbase vn3dbase EXPORT VnIOTargets
+install(TARGETS vnio EXPORT VnIOTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}

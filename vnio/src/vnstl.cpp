@@ -205,12 +205,12 @@ bool Serialize(CbStreamReadBinary& stream, CTriangulation& mesh, EFlagsRead flag
             mesh.ReserveVertices(uint32_t(reserve * 3));
             // Records are read in blocks and appended in bulk; the outcome is the same as
             // record by record, a short block failing exactly where a short record would.
-            std::vector<uint8_t> block(size_t(std::min<uint32_t>(count, kChunkRecords)) * kRecord);
+            std::vector<uint8_t> block(size_t(std::min<uint64_t>(std::max<uint64_t>(reserve, 1), kChunkRecords)) * kRecord);
             std::vector<CbVector3f> positions;
             std::vector<STriangleCorners> corners;
             uint32_t done = 0;
             while (ok && done < count) {
-                uint32_t n = std::min<uint32_t>(count - done, kChunkRecords);
+                uint32_t n = std::min<uint32_t>(count - done, uint32_t(block.size() / kRecord));
                 size_t got = stream.ReadBuffer(block.data(), size_t(n) * kRecord);
                 uint32_t whole = uint32_t(got / kRecord);
                 ok = whole == n;

@@ -147,7 +147,9 @@ void CbStreamWriteBinaryMemory::writeSlow(const void* buffer, size_t count) {
     }
 }
 
-void CbStreamWriteBinaryMemory::appendUnbuffered(const void* buffer, size_t count) { writeSlow(buffer, count); }
+void CbStreamWriteBinaryMemory::appendUnbuffered(const void* buffer, size_t count) {
+    CbStreamWriteBinaryMemory::writeSlow(buffer, count);
+}
 
 const std::vector<uint8_t>& CbStreamWriteBinaryMemory::GetData() {
     syncSize();
