@@ -119,6 +119,7 @@ void CReader::parseHeader() {
             fail(lineNo, "end of file before end_header");
         }
         const uint8_t* lineEnd = nl ? nl : in.End();
+        if (static_cast<size_t>(lineEnd - in.Pos()) > kMaxHeaderLine) fail(lineNo, "line too long");
         std::string_view line(reinterpret_cast<const char*>(in.Pos()), static_cast<size_t>(lineEnd - in.Pos()));
         if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
         in.SetPos(nl ? nl + 1 : lineEnd);
