@@ -95,7 +95,11 @@ template <class S> float VnStreamReadASCIIT<S>::ReadFloat() {
     std::string_view tok = ReadToken();
     const char* b = tok.data();
     const char* e = b + tok.size();
-    if (b != e && *b == '+') ++b; // from_chars refuses a leading plus that C accepts
+    if (b != e && *b == '+') {
+        ++b; // from_chars refuses a leading plus that C accepts
+        // ...but only one sign: without this, "+-1" would parse as -1.
+        if (b != e && *b == '-') throw CbExceptionStream(kSource, __LINE__, "VnStreamReadASCIIT::ReadFloat");
+    }
     double v = 0;
     auto [ptr, ec] = std::from_chars(b, e, v);
     if (tok.empty() || ptr != e || (ec != std::errc() && ec != std::errc::result_out_of_range))
