@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cfloat>
-#include <clocale>
 #include <filesystem>
 #include <string>
 
 #include "basepool/cbstring.h"
+#include "support/decimalcommalocale.h"
 #include "support/meshbuilders.h"
 #include "vn3dbase/cattributehandle.h"
 #include "vn3dbase/registry.h"
@@ -246,12 +246,13 @@ TEST(VnOBJReadFailures, MissingFilesReturnFalse) {
 }
 
 TEST(VnOBJReadLocale, NumbersParseInTheCLocaleUnderADecimalCommaLocale) {
-    const std::string previous = std::setlocale(LC_ALL, nullptr);
-    if (!std::setlocale(LC_ALL, "de_DE.UTF-8") && !std::setlocale(LC_ALL, "de_DE.utf8"))
-        GTEST_SKIP() << "no decimal-comma locale installed";
     CTriangulation mesh;
-    const bool ok = readText("v 1.5 2.25 -3.125\nv 0 0 0\nv 1 0 0\nf 1 2 3\n", mesh);
-    std::setlocale(LC_ALL, previous.c_str());
+    bool ok = false;
+    {
+        VnTest::CDecimalCommaLocale comma;
+        if (!comma.IsActive()) GTEST_SKIP() << comma.Why();
+        ok = readText("v 1.5 2.25 -3.125\nv 0 0 0\nv 1 0 0\nf 1 2 3\n", mesh);
+    }
     ASSERT_TRUE(ok);
     EXPECT_EQ(mesh.GetPosition(CVertexRef(0)), CbVector3f(1.5f, 2.25f, 3.125f));
 }
