@@ -43,6 +43,12 @@ struct SImage {
         std::sort(h.begin(), h.end(), [](auto& a, auto& b) { return a.first > b.first; });
         return h;
     }
+    // Colours that cover more than 3% of the foreground; edge blends stay below.
+    size_t significantColours() const {
+        const auto h = histogram();
+        const int total = foreground();
+        return static_cast<size_t>(std::count_if(h.begin(), h.end(), [&](auto& e) { return e.first * 100 > total * 3; }));
+    }
     int foreground() const {
         int n = 0;
         for (auto& e : histogram()) n += e.first;
@@ -92,9 +98,11 @@ TEST(VnThumbnailRender, CubeFacesGetDistinctShades) {
     ASSERT_EQ(img.bgr.GetSize(), 128 * 96 * 3);
     const auto h = img.histogram();
     ASSERT_GE(h.size(), 3u);
-    // Three visible faces, each flat: three colours hold nearly all the foreground.
+    // Three visible faces, each flat: three colours hold nearly all the foreground, the
+    // rest are the smoothed edges.
+    EXPECT_EQ(img.significantColours(), 3u);
     const int total = img.foreground();
-    EXPECT_GT(h[0].first + h[1].first + h[2].first, total * 95 / 100);
+    EXPECT_GT(h[0].first + h[1].first + h[2].first, total * 85 / 100);
     for (int i = 0; i < 3; ++i) {
         EXPECT_GT(h[i].first, total / 10) << "face " << i;
         EXPECT_GT(difference(h[i].second, img.at(0, 0)), 30) << "face " << i << " vs background";
@@ -103,7 +111,8 @@ TEST(VnThumbnailRender, CubeFacesGetDistinctShades) {
 }
 
 TEST(VnThumbnailRender, CameraIsFittedToTheBoundingBox) {
-    // Seen from the front the unit cube is one square face, centred with a 5% margin.
+    // Seen from the front the unit cube is one square face, centred with a 5% margin. Its
+    // edges fall on pixel borders here, so no smoothing blends them.
     for (VnThumbnail::EView view : {VnThumbnail::eViewFront, VnThumbnail::eViewTop}) {
         const SImage img = render(VnTest::MakeCube(), 100, 60, view);
         const auto h = img.histogram();
@@ -158,10 +167,10 @@ TEST(VnThumbnailRender, VertexNormalsReplaceFacetNormals) {
     auto normals = GetOrCreateAttribute<CVertexRef, CbVector3f>(cube, "normal");
     // All normals alike: every visible face gets the same shade.
     for (CVertexRef v : cube.Vertices()) normals[v] = CbVector3f(0.f, -3.f, 0.f);
-    EXPECT_EQ(render(cube, 64, 64, VnThumbnail::eViewIso).histogram().size(), 1u);
+    EXPECT_EQ(render(cube, 64, 64, VnThumbnail::eViewIso).significantColours(), 1u);
     // Zero normals carry no direction: the facet normals take over again.
     for (CVertexRef v : cube.Vertices()) normals[v] = CbVector3f();
-    EXPECT_GE(render(cube, 64, 64, VnThumbnail::eViewIso).histogram().size(), 3u);
+    EXPECT_EQ(render(cube, 64, 64, VnThumbnail::eViewIso).significantColours(), 3u);
 }
 
 TEST(VnThumbnailRender, MisfitAttributesAndStrayVerticesAreHarmless) {
@@ -176,7 +185,7 @@ TEST(VnThumbnailRender, MisfitAttributesAndStrayVerticesAreHarmless) {
     cube.AddVertex({std::numeric_limits<float>::quiet_NaN(), 0, 0});
     const SImage img = render(cube, 64, 64, VnThumbnail::eViewIso);
     EXPECT_EQ(img.foreground(), plain);
-    EXPECT_GE(img.histogram().size(), 3u);
+    EXPECT_EQ(img.significantColours(), 3u);
 
     // A triangle with a non-finite corner is skipped, the rest is drawn.
     const CVertexRef bad = cube.AddVertex({std::numeric_limits<float>::infinity(), 0, 0});

@@ -23,6 +23,8 @@ constexpr const char* c_SourceFile = "vnlibraries/vnio/vnthumbnail";
 
 // Fraction of the picture left free on each side around the fitted mesh.
 constexpr float c_Margin = 0.05f;
+// Pictures of up to this many pixels are supersampled 2 x 2.
+constexpr size_t c_SupersampleLimit = 1024 * 1024;
 constexpr float c_Ambient = 0.28f;
 constexpr float c_Diffuse = 0.72f;
 // Light direction in camera coordinates (right, up, towards the viewer): from the upper
@@ -82,9 +84,12 @@ struct SShade {
 
 class CRasteriser {
 public:
-    CRasteriser(uint32_t width, uint32_t height, CbArray<unsigned char>& bgr)
-        : m_width(width), m_height(height), m_bgr(bgr.GetData()),
-          m_depth(size_t(width) * height, -std::numeric_limits<float>::infinity()) {}
+    CRasteriser(uint32_t width, uint32_t height)
+        : m_width(width), m_height(height), m_bgr(size_t(width) * height * 3),
+          m_depth(size_t(width) * height, -std::numeric_limits<float>::infinity()) {
+        for (size_t i = 0; i < m_depth.size(); ++i)
+            for (int k = 0; k < 3; ++k) m_bgr[3 * i + k] = c_Background[k];
+    }
 
     // Corners are given with their shaded colours; any winding.
     void drawTriangle(const SScreenVertex* v[3], const SShade* c[3]) {
@@ -116,7 +121,7 @@ public:
                 const size_t i = size_t(y) * m_width + size_t(x);
                 if (depth <= m_depth[i]) continue;
                 m_depth[i] = depth;
-                uint8_t* out = m_bgr + 3 * i;
+                uint8_t* out = m_bgr.data() + 3 * i;
                 out[0] = toByte(a * c[0]->b + b * c[1]->b + g * c[2]->b);
                 out[1] = toByte(a * c[0]->g + b * c[1]->g + g * c[2]->g);
                 out[2] = toByte(a * c[0]->r + b * c[1]->r + g * c[2]->r);
@@ -131,8 +136,28 @@ private:
     }
     static uint8_t toByte(float v) { return static_cast<uint8_t>(std::clamp(v + 0.5f, 0.f, 255.f)); }
 
+public:
+    // Box-filters the picture down by `factor` in both directions into `out`.
+    void resolve(uint32_t factor, unsigned char* out) const {
+        if (factor == 1) {
+            std::copy(m_bgr.begin(), m_bgr.end(), out);
+            return;
+        }
+        const uint32_t w = m_width / factor, h = m_height / factor, n = factor * factor;
+        for (uint32_t y = 0; y < h; ++y)
+            for (uint32_t x = 0; x < w; ++x)
+                for (int k = 0; k < 3; ++k) {
+                    uint32_t sum = 0;
+                    for (uint32_t dy = 0; dy < factor; ++dy)
+                        for (uint32_t dx = 0; dx < factor; ++dx)
+                            sum += m_bgr[3 * ((size_t(y) * factor + dy) * m_width + size_t(x) * factor + dx) + k];
+                    out[3 * (size_t(y) * w + x) + k] = static_cast<unsigned char>((sum + n / 2) / n);
+                }
+    }
+
+private:
     uint32_t m_width, m_height;
-    uint8_t* m_bgr;
+    std::vector<uint8_t> m_bgr;
     std::vector<float> m_depth;
 };
 
@@ -158,6 +183,11 @@ void Render(const CTriangulation& mesh, uint32_t width, uint32_t height, EView v
     if (width == 0 || height == 0 || width > c_MaxSide || height > c_MaxSide) failPrecondition(__LINE__);
     if (view != eViewFront && view != eViewTop && view != eViewIso) failPrecondition(__LINE__);
     if (mesh.GetTriangleCount() == 0) failPrecondition(__LINE__);
+
+    // Small pictures are drawn at twice the size in each direction and filtered down, which
+    // smooths the edges; large ones would cost too much memory for little gain.
+    const uint32_t factor = size_t(width) * height <= c_SupersampleLimit ? 2 : 1;
+    const uint32_t rw = width * factor, rh = height * factor;
 
     const SCamera cam = cameraFor(view);
     const uint32_t slots = mesh.GetVertexSlotCount();
@@ -196,7 +226,7 @@ void Render(const CTriangulation& mesh, uint32_t width, uint32_t height, EView v
 
     // Fit: one scale for both axes so that shapes keep their proportions. Extents are
     // taken in double: float coordinates near the float limit would overflow.
-    const double usableW = double(width) * (1 - 2 * c_Margin), usableH = double(height) * (1 - 2 * c_Margin);
+    const double usableW = double(rw) * (1 - 2 * c_Margin), usableH = double(rh) * (1 - 2 * c_Margin);
     const double extX = double(maxX) - minX, extY = double(maxY) - minY;
     double scale = std::min(extX > 0 ? usableW / extX : HUGE_VAL, extY > 0 ? usableH / extY : HUGE_VAL);
     if (!std::isfinite(scale)) scale = 1; // a single point: nothing to fit
@@ -206,8 +236,8 @@ void Render(const CTriangulation& mesh, uint32_t width, uint32_t height, EView v
     auto toPixel = [](double v) { return static_cast<float>(std::clamp(v, -1e7, 1e7)); };
     for (SScreenVertex& s : screen) {
         if (std::isnan(s.x)) continue;
-        s.x = toPixel(width / 2.0 + (s.x - midX) * scale);
-        s.y = toPixel(height / 2.0 - (s.y - midY) * scale);
+        s.x = toPixel(rw / 2.0 + (s.x - midX) * scale);
+        s.y = toPixel(rh / 2.0 - (s.y - midY) * scale);
     }
 
     SVec light = add(add(scaled(cam.right, c_LightRight), scaled(cam.up, c_LightUp)), scaled(cam.back, c_LightBack));
@@ -237,11 +267,7 @@ void Render(const CTriangulation& mesh, uint32_t width, uint32_t height, EView v
         }
     }
 
-    bgr.SetSize(static_cast<int>(size_t(width) * height * 3));
-    unsigned char* px = bgr.GetData();
-    for (size_t i = 0; i < size_t(width) * height; ++i)
-        for (int k = 0; k < 3; ++k) px[3 * i + k] = c_Background[k];
-    CRasteriser raster(width, height, bgr);
+    CRasteriser raster(rw, rh);
 
     for (CTriangleRef t : mesh.Triangles()) {
         const STriangleCorners& c = mesh.GetCorners(t);
@@ -272,6 +298,8 @@ void Render(const CTriangulation& mesh, uint32_t width, uint32_t height, EView v
         }
         raster.drawTriangle(corners, shadePtr);
     }
+    bgr.SetSize(static_cast<int>(size_t(width) * height * 3));
+    raster.resolve(factor, bgr.GetData());
 }
 
 void WriteJPEG(const CTriangulation& mesh, uint32_t width, uint32_t height, EView view, float quality,

@@ -20,11 +20,13 @@ enum EView : int {
     eViewIso = 2,   // from the front-right-top diagonal (+X, -Y, +Z), Z up
 };
 
-// Largest width or height accepted; it bounds the memory a call takes (7 bytes a pixel).
+// Largest width or height accepted; it bounds the memory a call takes (about 10 bytes a
+// pixel, at most some 170 MB).
 constexpr uint32_t c_MaxSide = 4096;
 
 // Renders `mesh` into `bgr`: width x height pixels, rows top to bottom, three bytes a
-// pixel in the order blue, green, red (the layout VnJPEGWriter takes).
+// pixel in the order blue, green, red (the layout VnJPEGWriter takes). Pictures of at most
+// 1024 x 1024 pixels are drawn 2 x 2 supersampled, so their edges are smoothed.
 //
 // Shading uses the vertex attribute "normal" (CbVector3f) when the mesh has one, else the
 // facet normals; a triangle with a zero or non-finite vertex normal falls back to its
