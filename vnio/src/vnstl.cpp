@@ -70,37 +70,45 @@ public:
     static bool isComment(char c) { return c == '!' || c == '#' || c == '$'; }
 
     void skipLine() {
-        while (!m_s.IsEnd()) {
-            char c = m_s.GetChar();
-            if (c == '\n' || c == '\r') return;
-            m_s.Next();
+        for (;;) {
+            std::string_view w = m_s.Window();
+            if (w.empty()) return;
+            size_t i = 0;
+            while (i < w.size() && w[i] != '\n' && w[i] != '\r') ++i;
+            m_s.Advance(i);
+            if (i < w.size()) return;
         }
     }
 
-    // Empty at the end of the stream.
+    // Empty at the end of the stream. Scans the stream's window directly; a token that
+    // straddles two windows is assembled piece by piece.
     const std::string& next() {
         m_token.clear();
-        while (!m_s.IsEnd()) {
-            char c = m_s.GetChar();
-            if (isSpace(c)) {
-                m_s.Next();
-            } else if (isComment(c)) {
+        for (;;) { // skip whitespace and comments
+            std::string_view w = m_s.Window();
+            if (w.empty()) return m_token;
+            size_t i = 0;
+            while (i < w.size() && isSpace(w[i])) ++i;
+            m_s.Advance(i);
+            if (i == w.size()) continue;
+            if (isComment(w[i])) {
                 skipLine();
-            } else {
-                break;
+                continue;
+            }
+            break;
+        }
+        for (;;) {
+            std::string_view w = m_s.Window();
+            if (w.empty()) return m_token;
+            size_t i = 0;
+            while (i < w.size() && !isSpace(w[i]) && !isComment(w[i])) ++i;
+            m_token.append(w.data(), i);
+            m_s.Advance(i);
+            if (i < w.size()) {
+                if (isComment(w[i])) skipLine();
+                return m_token;
             }
         }
-        while (!m_s.IsEnd()) {
-            char c = m_s.GetChar();
-            if (isSpace(c)) break;
-            if (isComment(c)) {
-                skipLine();
-                break;
-            }
-            m_token.push_back(c);
-            m_s.Next();
-        }
-        return m_token;
     }
 
     // The rest of the current line from the character that ended the last token, with that

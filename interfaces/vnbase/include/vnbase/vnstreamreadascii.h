@@ -27,6 +27,14 @@ public:
         if (!m_atEnd) ++m_cur;
     }
 
+    // The characters buffered now, from the current one on; empty only at the end of the
+    // data. Lets tokenisers scan without a call per character; Advance(n) consumes n of them.
+    std::string_view Window() {
+        ensure();
+        return std::string_view(m_cur, static_cast<size_t>(m_end - m_cur));
+    }
+    void Advance(size_t n) { m_cur += n; }
+
     // Reads the next line into `line` (see above). Returns false, with the end flag set,
     // when no character was left.
     bool ReadLine(S& line) {
