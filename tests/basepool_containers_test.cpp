@@ -301,6 +301,24 @@ TEST(CbMapPolicy, BlockSizeZeroThrowsWithPolicySpelling) {
                          303, "CbMapPolicyPlexManager<class CStringA,int>::CbMapPolicyPlexManager");
 }
 
+TEST(CbMapPolicy, ExhaustedPoolFailsTheInsertAndLeavesTheMapIntact) {
+    CbMap<unsigned int, unsigned int> map(2);
+    map.GetPolicy().GetPlexManager().SetMaxBlocks(1);
+    map[1] = 10;
+    map[2] = 20;
+    expectContainerError([&] { map[3] = 30; }, "basepool/cbplexmanager", 313,
+                         "CbPlexManager<struct CbMapTypes::SAssociation<unsigned int,unsigned int>,0,0,unsigned int>"
+                         "::getFreeElement");
+    EXPECT_EQ(map.GetCount(), 2);
+    EXPECT_FALSE(map.Contains(3));
+    EXPECT_EQ(keysInOrder(map), (std::vector<unsigned int>{1, 2}));
+    map[2] = 21; // existing keys need no node
+    EXPECT_TRUE(map.RemoveKey(1));
+    map[3] = 30; // the freed node is reused under the cap
+    EXPECT_EQ(keysInOrder(map), (std::vector<unsigned int>{2, 3}));
+    EXPECT_EQ(map[2], 21u);
+}
+
 // ---------------------------------------------------------------------------------------
 // CbPlexManager
 
@@ -477,6 +495,8 @@ TEST(CbList, IteratorsCopiesAndLifetimes) {
         --last;
         EXPECT_EQ(last->value, 9);
         EXPECT_EQ(last.GetPosition(), list.GetTailPosition());
+        CbList<SCounted>::const_iterator first = list.begin();
+        EXPECT_EQ(first->value, 0);
 
         CbList<SCounted> copy(list);
         copy.GetHead().value = 100;

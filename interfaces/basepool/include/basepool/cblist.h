@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <initializer_list>
 #include <iterator>
+#include <type_traits>
 #include <utility>
 
 #include "basepool/cbexception.h"
@@ -132,6 +133,9 @@ public:
         using pointer = std::conditional_t<Const, const T*, T*>;
         using reference = std::conditional_t<Const, const T&, T&>;
         Iterator() = default;
+        // A mutable iterator converts to a const one.
+        template <bool C = Const, std::enable_if_t<C, int> = 0>
+        Iterator(const Iterator<false>& o) : m_list(o.m_list), m_node(o.m_node) {}
         reference operator*() const { return m_node->value; }
         pointer operator->() const { return &m_node->value; }
         Iterator& operator++() { m_node = m_node->next; return *this; }
@@ -143,6 +147,7 @@ public:
 
     private:
         friend class CbList;
+        template <bool> friend class Iterator;
         Iterator(const CbList* list, SNode* n) : m_list(list), m_node(n) {}
         const CbList* m_list = nullptr;
         SNode* m_node = nullptr;

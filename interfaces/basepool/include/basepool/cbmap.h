@@ -22,9 +22,9 @@
 
 template <class K, class V> class CbMap {
     using SAssociation = CbMapTypes::SAssociation<K, V>;
-    using Policy = CbMapPolicyPlexManager<K, V>;
 
 public:
+    using Policy = CbMapPolicyPlexManager<K, V>;
     using key_type = K;
     using mapped_type = V;
     using value_type = std::pair<const K, V>;
@@ -59,6 +59,10 @@ public:
         std::swap(m_tail, other.m_tail);
         std::swap(m_count, other.m_count);
     }
+
+    // The node allocation policy, e.g. to cap the pool's block count.
+    Policy& GetPolicy() { return m_policy; }
+    const Policy& GetPolicy() const { return m_policy; }
 
     int GetCount() const { return static_cast<int>(m_count); }
     int GetSize() const { return GetCount(); }
