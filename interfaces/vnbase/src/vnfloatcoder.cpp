@@ -171,3 +171,9 @@ float VnStreamReadCompressedFloatingPoint::ReadValue(float prediction) {
     }
     return value(code(prediction) + magnitude);
 }
+
+uint64_t VnStreamReadCompressedFloatingPoint::GetMaxValues() const {
+    // Raw values take 32 bits each; modelled ones at least one length symbol.
+    if (m_raw) return (m_block.size() + 8) / 4;
+    return VnProbabilityModelQuasiStatic::MaxSymbols(m_block.size());
+}

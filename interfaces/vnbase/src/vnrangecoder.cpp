@@ -33,13 +33,17 @@ VnProbabilityModelQuasiStatic::VnProbabilityModelQuasiStatic(uint32_t alphabetSi
 void VnProbabilityModelQuasiStatic::rescale() {
     uint64_t sum = 0;
     for (uint32_t c : m_counts) sum += c;
-    // Every symbol keeps at least frequency 1; the rest is shared in proportion to the counts.
-    uint32_t spare = kTotal - m_alphabet;
+    // Every symbol keeps a floor frequency, and the floors of all symbols but one add up to
+    // at least 1/64 of the total: no symbol ever costs less than kMinSymbolBits, which bounds
+    // how many symbols a block of a given size can honestly hold. The rest is shared in
+    // proportion to the counts.
+    uint32_t floor = m_alphabet > 1 ? std::max<uint32_t>(1, (kTotal / 64 + m_alphabet - 2) / (m_alphabet - 1)) : 1;
+    uint32_t spare = kTotal - floor * m_alphabet;
     uint32_t cum = 0;
     uint32_t best = 0;
     for (uint32_t s = 0; s < m_alphabet; ++s) {
         m_cum[s] = cum;
-        uint32_t f = 1 + (sum ? static_cast<uint32_t>(static_cast<uint64_t>(m_counts[s]) * spare / sum) : spare / m_alphabet);
+        uint32_t f = floor + (sum ? static_cast<uint32_t>(static_cast<uint64_t>(m_counts[s]) * spare / sum) : spare / m_alphabet);
         cum += f;
         if (m_counts[s] > m_counts[best]) best = s;
     }

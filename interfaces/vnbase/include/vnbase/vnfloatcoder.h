@@ -93,6 +93,10 @@ public:
 
     // Never fails: a corrupt block yields some values, never an out-of-bounds read.
     float ReadValue(float prediction);
+    // Bytes of the block read (count word included), and the most values it can hold: a
+    // caller refuses larger counts before allocating for them.
+    uint64_t GetBlockSize() const { return m_block.size() + 4; }
+    uint64_t GetMaxValues() const;
 
 private:
     static std::vector<uint8_t> readBlock(CbStreamReadBinary& stream);

@@ -23,6 +23,11 @@ class VnProbabilityModelQuasiStatic {
 public:
     static constexpr uint32_t kTotalBits = 15;
     static constexpr uint32_t kMaxAlphabet = 4096;
+    // With two symbols or more, no symbol is ever coded in fewer bits than this: -log2(1 - 1/64).
+    static constexpr double kMinSymbolBits = 0.0227;
+    // The most symbols of an alphabet of two or more that `payloadBytes` of range-coded
+    // output can hold; a decoder refuses larger counts before allocating for them.
+    static constexpr uint64_t MaxSymbols(uint64_t payloadBytes) { return (payloadBytes + 8) * 8 * 45; }
 
     // `adaptation` caps the number of symbols between two rebuilds of the table; 0 picks a
     // default. Rebuilds start every few symbols and their period doubles up to the cap, so
@@ -226,6 +231,9 @@ public:
     unsigned long ReadSymbol();
     unsigned long ReadSymbol(VnProbabilityModelQuasiStatic& model);
     VnProbabilityModelQuasiStatic& GetModel() { return m_models.front(); }
+    // Bytes of the block read (count word included), and the most symbols it can hold.
+    uint64_t GetBlockSize() const { return m_block.size() + 4; }
+    uint64_t GetMaxSymbols() const { return VnProbabilityModelQuasiStatic::MaxSymbols(m_block.size()); }
 
 private:
     std::vector<uint8_t> m_block;
