@@ -52,10 +52,10 @@ void LoadMesh(const std::string& path, CTriangulation& mesh, SReadInfo& info) {
     onFile(path, [&] { f.read(wide(path), mesh, info); });
 }
 
-void SaveMesh(const std::string& path, const CTriangulation& mesh, const SWriteOptions& options) {
+void SaveMesh(const std::string& path, const CTriangulation& mesh, const SWriteOptions& options, const SReadInfo& source) {
     const SFormat& f = formatFor(path);
     if (!f.write) throw CFileError(path, std::string(f.name) + " cannot be written");
-    onFile(path, [&] { f.write(wide(path), mesh, options); });
+    onFile(path, [&] { f.write(wide(path), mesh, options, source); });
 }
 
 namespace {
@@ -191,7 +191,7 @@ int CommandConvert(const std::vector<std::string>& args) {
         combine.Compute();
     }
     if (normals) VnMpTriangulationNormals::Compute(mesh);
-    SaveMesh(files[1], mesh, options);
+    SaveMesh(files[1], mesh, options, info);
     std::printf("%s -> %s: %u vertices, %u triangles\n", files[0].c_str(), files[1].c_str(), mesh.GetVertexCount(),
                 mesh.GetTriangleCount());
     return 0;

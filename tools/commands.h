@@ -27,11 +27,13 @@ struct SReadInfo;
 struct SWriteOptions;
 // Load or save by extension; every failure becomes a CFileError naming the file.
 void LoadMesh(const std::string& path, Geometry::CTriangulation& mesh, SReadInfo& info);
-void SaveMesh(const std::string& path, const Geometry::CTriangulation& mesh, const SWriteOptions& options);
+void SaveMesh(const std::string& path, const Geometry::CTriangulation& mesh, const SWriteOptions& options,
+              const SReadInfo& source);
 
 int CommandInfo(const std::vector<std::string>& args);
 int CommandConvert(const std::vector<std::string>& args);
 int CommandDemo(const std::vector<std::string>& args);
+int CommandThumbnail(const std::vector<std::string>& args);
 std::string FormatList();
 
 } // namespace VnTool

@@ -51,13 +51,15 @@ int CommandDemo(const std::vector<std::string>& args) {
                 if (std::string(f.extension) == ".vnm") {
                     options.precision = 1e-3;
                     suffix = "-quantized";
-                } else {
+                } else if (f.asciiAndBinary) {
                     options.ascii = true;
                     suffix = "-ascii";
+                } else {
+                    continue;
                 }
             }
             std::string path = (out / ("sample" + suffix + f.extension)).string();
-            SaveMesh(path, mesh, options);
+            SaveMesh(path, mesh, options, info);
             CTriangulation back;
             SReadInfo backInfo;
             LoadMesh(path, back, backInfo);

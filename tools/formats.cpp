@@ -6,11 +6,15 @@
 
 #include "basepool/cbexception.h"
 #include "vnbase/vnstreamfile.h"
+#include "vnio/vnoff.h"
+#include "vnio/vnply.h"
 #include "vnio/vnstl.h"
 
 using namespace Geometry;
 
 namespace VnTool {
+
+int DemoThumbnail(const Geometry::CTriangulation& mesh, const std::string& folder);
 
 namespace {
 
@@ -25,7 +29,7 @@ void readSTL(const std::wstring& path, CTriangulation& mesh, SReadInfo& info) {
     else info.extra.emplace_back("solid", JsonString(solid));
 }
 
-void writeSTL(const std::wstring& path, const CTriangulation& mesh, const SWriteOptions& options) {
+void writeSTL(const std::wstring& path, const CTriangulation& mesh, const SWriteOptions& options, const SReadInfo&) {
     if (options.ascii) {
         VnStreamWriteASCIIFile stream{CStringW(path)};
         if (!VnSTL::Serialize(stream, mesh)) throw std::runtime_error("writing ASCII STL failed");
@@ -33,6 +37,71 @@ void writeSTL(const std::wstring& path, const CTriangulation& mesh, const SWrite
         return;
     }
     VnSTL::Serialize(path.c_str(), mesh);
+}
+
+std::string jsonList(const std::vector<std::string>& items) {
+    std::string out = "[";
+    for (size_t i = 0; i < items.size(); ++i) out += (i ? ", " : "") + items[i];
+    return out + "]";
+}
+
+void readOBJ(const std::wstring& path, CTriangulation& mesh, SReadInfo& info) {
+    if (!VnOBJ::LoadWithMaterialAndGroups(CStringW(path), mesh, info.materials, info.groups))
+        throw std::runtime_error("not a readable OBJ file (or its material library is missing)");
+    info.format = "OBJ";
+    std::vector<std::string> materials, groups;
+    for (const auto& [id, name] : info.materials.materialNames)
+        materials.push_back("{\"id\": " + std::to_string(id) + ", \"name\": " + JsonString(name) +
+                            ", \"defined\": " + (info.materials.materials.Contains(name) ? "true" : "false") + "}");
+    for (int i = 0; i < info.groups.GetSize(); ++i) {
+        uint32_t count = 0;
+        for (CTriangleRef t : mesh.Triangles()) count += info.groups[i].region.IsInside(t) ? 1 : 0;
+        groups.push_back("{\"name\": " + JsonString(info.groups[i].name) + ", \"triangles\": " + std::to_string(count) + "}");
+    }
+    info.extra.emplace_back("materials", jsonList(materials));
+    info.extra.emplace_back("groups", jsonList(groups));
+}
+
+void writeOBJ(const std::wstring& path, const CTriangulation& mesh, const SWriteOptions&, const SReadInfo& source) {
+    VnStreamWriteASCIIFile stream{CStringW(path)};
+    const bool materials = source.materials.materialNames.GetCount() > 0 || source.materials.materials.GetCount() > 0;
+    if (!materials) {
+        if (!VnOBJ::Serialize(stream, mesh, source.groups)) throw std::runtime_error("writing OBJ failed");
+        stream.Flush();
+        return;
+    }
+    // The material library goes beside the OBJ file, named after it.
+    std::wstring mtlPath = path.substr(0, path.find_last_of(L'.')) + L".mtl";
+    std::wstring mtlName = mtlPath.substr(mtlPath.find_last_of(L"/\\") == std::wstring::npos ? 0 : mtlPath.find_last_of(L"/\\") + 1);
+    VnStreamWriteASCIIFile mtl{CStringW(mtlPath)};
+    if (!VnOBJ::Serialize(stream, mesh, &mtl, CbWideToUtf8(mtlName), source.materials, VnOBJ::GetStoredNotice(), source.groups))
+        throw std::runtime_error("writing OBJ failed");
+    stream.Flush();
+    mtl.Flush();
+}
+
+void readOFF(const std::wstring& path, CTriangulation& mesh, SReadInfo& info) {
+    VnOFF::Read(path.c_str(), mesh);
+    info.format = "OFF";
+}
+
+void writeOFF(const std::wstring& path, const CTriangulation& mesh, const SWriteOptions&, const SReadInfo&) {
+    VnOFF::Write(path.c_str(), mesh);
+}
+
+void readPLY(const std::wstring& path, CTriangulation& mesh, SReadInfo& info) {
+    mesh = VnPLY::Read(path);
+    info.format = "PLY";
+}
+
+void writePLY(const std::wstring& path, const CTriangulation& mesh, const SWriteOptions& options, const SReadInfo&) {
+    if (mesh.IsIndicesAccurate()) {
+        VnPLY::Write(path, mesh, options.ascii ? VnPLY::eOutputFormatASCII : VnPLY::eOutputFormatBinary);
+        return;
+    }
+    CTriangulation dense(mesh); // the PLY writer wants dense indices
+    dense.Compact();
+    VnPLY::Write(path, dense, options.ascii ? VnPLY::eOutputFormatASCII : VnPLY::eOutputFormatBinary);
 }
 
 } // namespace
@@ -57,13 +126,16 @@ std::string JsonString(const std::string& text) {
 
 const std::vector<SFormat>& Formats() {
     static const std::vector<SFormat> table = {
-        {".stl", "STL", readSTL, writeSTL},
+        {".stl", "STL", true, readSTL, writeSTL},
+        {".obj", "OBJ", false, readOBJ, writeOBJ},
+        {".off", "OFF", false, readOFF, writeOFF},
+        {".ply", "PLY", true, readPLY, writePLY},
     };
     return table;
 }
 
 const std::vector<DemoExtra>& DemoExtras() {
-    static const std::vector<DemoExtra> extras = {};
+    static const std::vector<DemoExtra> extras = {DemoThumbnail};
     return extras;
 }
 

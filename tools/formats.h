@@ -3,7 +3,9 @@
 #include <string>
 #include <vector>
 
+#include "basepool/cbarray.h"
 #include "vn3dbase/ctriangulation.h"
+#include "vnio/vnobj.h"
 
 namespace VnTool {
 
@@ -18,6 +20,9 @@ struct SWriteOptions {
 // What a reader found besides the mesh, shown by `vnio info`.
 struct SReadInfo {
     std::string format; // "STL (binary)", ...
+    // What an OBJ file carried besides the mesh, handed on to an OBJ writer.
+    VnOBJ::SMaterialInfo materials;
+    CbArray<VnOBJ::SGroup> groups;
     // Extra facts: key and value, the value a JSON literal (JsonString for text).
     std::vector<std::pair<std::string, std::string>> extra;
 };
@@ -28,9 +33,11 @@ std::string JsonString(const std::string& text);
 struct SFormat {
     const char* extension;  // lower case, with the dot
     const char* name;
+    bool asciiAndBinary; // --ascii / --binary choose between two encodings
     // Throws std::runtime_error (or a library exception) with what failed.
     void (*read)(const std::wstring& path, Geometry::CTriangulation& mesh, SReadInfo& info);
-    void (*write)(const std::wstring& path, const Geometry::CTriangulation& mesh, const SWriteOptions& options);
+    void (*write)(const std::wstring& path, const Geometry::CTriangulation& mesh, const SWriteOptions& options,
+                  const SReadInfo& source);
 };
 
 // Extra demo steps (thumbnail, ...): each returns its number of failures.

@@ -1,6 +1,8 @@
 // vnio: inspect and convert mesh files.
 //   vnio info FILE [--json]
 //   vnio convert IN OUT [--ascii|--binary] [--weld] [--normals] [--lossless|--precision P] [--version2]
+//   vnio thumbnail MESH OUT.jpg [--size WxH] [--quality Q] [--view front|top|iso]
+//   vnio thumbnail MESH OUT.jpg [--size WxH] [--quality Q] [--view front|top|iso]
 //   vnio demo [FOLDER]
 // Exit status: 0 success, 1 failure (one line on stderr naming the file), 2 usage error.
 #include <cstdio>
@@ -16,6 +18,8 @@ namespace {
 void usage() {
     std::fputs("usage: vnio info FILE [--json]\n"
                "       vnio convert IN OUT [--ascii|--binary] [--weld] [--normals] [--lossless|--precision P] [--version2]\n"
+               "       vnio thumbnail MESH OUT.jpg [--size WxH] [--quality Q] [--view front|top|iso]\n"
+               "       vnio thumbnail MESH OUT.jpg [--size WxH] [--quality Q] [--view front|top|iso]\n"
                "       vnio demo [FOLDER]\n"
                "formats (by extension): ",
                stderr);
@@ -36,6 +40,7 @@ int main(int argc, char** argv) {
         if (cmd == "info") return VnTool::CommandInfo(rest);
         if (cmd == "convert") return VnTool::CommandConvert(rest);
         if (cmd == "demo") return VnTool::CommandDemo(rest);
+        if (cmd == "thumbnail") return VnTool::CommandThumbnail(rest);
         std::fprintf(stderr, "vnio: unknown command '%s'\n", cmd.c_str());
         usage();
         return 2;
