@@ -91,27 +91,41 @@ public:
             for (int k = 0; k < 3; ++k) m_bgr[3 * i + k] = c_Background[k];
     }
 
-    // Corners are given with their shaded colours; any winding.
-    void drawTriangle(const SScreenVertex* v[3], const SShade* c[3]) {
+    // The screen footprint of one triangle, corners in counter-clockwise order on screen.
+    struct SSetup {
+        const SScreenVertex* v[3];
+        int corner[3]; // which of the given corners each v is
+        float area;    // twice the screen area, > 0
+        int x0, x1, y0, y1;
+    };
+
+    // False when the triangle covers no pixel centre (degenerate, off screen, or too small
+    // to hit one): most triangles of a dense mesh, which then need no shading.
+    bool setup(const SScreenVertex* const v[3], SSetup& t) const {
         float area = edge(*v[0], *v[1], v[2]->x, v[2]->y);
-        if (!(area != 0.f)) return; // degenerate on screen (or NaN)
-        if (area < 0) {
-            std::swap(v[1], v[2]);
-            std::swap(c[1], c[2]);
-            area = -area;
-        }
+        if (!(area != 0.f)) return false; // degenerate on screen (or NaN)
+        const bool flip = area < 0;
+        t.v[0] = v[0], t.v[1] = v[flip ? 2 : 1], t.v[2] = v[flip ? 1 : 2];
+        t.corner[0] = 0, t.corner[1] = flip ? 2 : 1, t.corner[2] = flip ? 1 : 2;
+        t.area = flip ? -area : area;
         // Pixel centres sit at +0.5; the loops cover the centres inside the bounding box.
         const float minX = std::min({v[0]->x, v[1]->x, v[2]->x}), maxX = std::max({v[0]->x, v[1]->x, v[2]->x});
         const float minY = std::min({v[0]->y, v[1]->y, v[2]->y}), maxY = std::max({v[0]->y, v[1]->y, v[2]->y});
-        const int x0 = std::max(0, static_cast<int>(std::ceil(minX - 0.5f)));
-        const int x1 = std::min(static_cast<int>(m_width) - 1, static_cast<int>(std::floor(maxX - 0.5f)));
-        const int y0 = std::max(0, static_cast<int>(std::ceil(minY - 0.5f)));
-        const int y1 = std::min(static_cast<int>(m_height) - 1, static_cast<int>(std::floor(maxY - 0.5f)));
-        if (x0 > x1 || y0 > y1) return;
-        const float inv = 1.f / area;
-        for (int y = y0; y <= y1; ++y) {
+        t.x0 = std::max(0, static_cast<int>(std::ceil(minX - 0.5f)));
+        t.x1 = std::min(static_cast<int>(m_width) - 1, static_cast<int>(std::floor(maxX - 0.5f)));
+        t.y0 = std::max(0, static_cast<int>(std::ceil(minY - 0.5f)));
+        t.y1 = std::min(static_cast<int>(m_height) - 1, static_cast<int>(std::floor(maxY - 0.5f)));
+        return t.x0 <= t.x1 && t.y0 <= t.y1;
+    }
+
+    // `shades` in the order of the corners given to setup.
+    void fill(const SSetup& t, const SShade shades[3]) {
+        const SScreenVertex* const* v = t.v;
+        const SShade* c[3] = {&shades[t.corner[0]], &shades[t.corner[1]], &shades[t.corner[2]]};
+        const float inv = 1.f / t.area;
+        for (int y = t.y0; y <= t.y1; ++y) {
             const float py = float(y) + 0.5f;
-            for (int x = x0; x <= x1; ++x) {
+            for (int x = t.x0; x <= t.x1; ++x) {
                 const float px = float(x) + 0.5f;
                 const float w0 = edge(*v[1], *v[2], px, py), w1 = edge(*v[2], *v[0], px, py),
                             w2 = edge(*v[0], *v[1], px, py);
@@ -272,6 +286,9 @@ void Render(const CTriangulation& mesh, uint32_t width, uint32_t height, EView v
     for (CTriangleRef t : mesh.Triangles()) {
         const STriangleCorners& c = mesh.GetCorners(t);
         if (!drawable(c)) continue;
+        const SScreenVertex* corners[3] = {&screen[c[0]], &screen[c[1]], &screen[c[2]]};
+        CRasteriser::SSetup footprint;
+        if (!raster.setup(corners, footprint)) continue;
         bool smooth = normals != nullptr;
         SVec normalSum{0, 0, 0};
         if (smooth)
@@ -288,15 +305,11 @@ void Render(const CTriangulation& mesh, uint32_t width, uint32_t height, EView v
         const bool facetOk = normalise(facet);
         const float flat = facetOk ? lambert(scaled(facet, side), light) : c_Ambient;
         SShade shades[3];
-        const SShade* shadePtr[3];
-        const SScreenVertex* corners[3];
         for (int k = 0; k < 3; ++k) {
             const float intensity = smooth ? lambert(scaled(unitNormals[c[k]], side), light) : flat;
             shades[k] = shade(baseOf(c[k]), intensity);
-            shadePtr[k] = &shades[k];
-            corners[k] = &screen[c[k]];
         }
-        raster.drawTriangle(corners, shadePtr);
+        raster.fill(footprint, shades);
     }
     bgr.SetSize(static_cast<int>(size_t(width) * height * 3));
     raster.resolve(factor, bgr.GetData());
