@@ -124,12 +124,12 @@ void VnStreamWriteCompressedTriangulation::flushComponentPositions() {
 }
 
 void VnStreamWriteCompressedTriangulation::encodePosition(Geometry::CVertexRef v, Geometry::CTriangleRef t) {
-    if (!m_positionCoders || !m_mesh || !m_mesh->HasAdjacency() || v >= m_reconstructed.size())
+    if (!m_positionCoders || !m_mesh || !predictionMesh().HasAdjacency() || v >= m_reconstructed.size())
         throw CbExceptionStream(kSourceWriter, __LINE__, kFnWriterEncode);
     m_vertexOrder.Add(v);
     m_vertexReferenceTriangles.Add(t);
     const CbVector3f& r = m_reconstructed[v];
-    const CbVector3f p = predictPosition(*m_mesh, m_reconstructed.data(), m_vertexCoded.data(), v, t);
+    const CbVector3f p = predictPosition(predictionMesh(), m_reconstructed.data(), m_vertexCoded.data(), v, t);
     m_positionCoders->x.WriteValue(r.x, p.x);
     m_positionCoders->y.WriteValue(r.y, p.y);
     m_positionCoders->z.WriteValue(r.z, p.z);

@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "detail/vncompressedshared.h"
+#include "detail/vnconnectivity.h"
 #include "detail/vnpositioncoders.h"
 #include "vn3dbase/ctriangulationserializer.h"
 #include "vn3dbase/vnmptriangulationnormals.h"
@@ -129,11 +130,37 @@ void VnStreamReadCompressedTriangulation::decompressGeometry(Geometry::CTriangul
     mesh.ReserveTriangles(std::min(m_headerTriangles, kReserveCap));
     m_verticesLeft = m_headerVertices;
     m_trianglesLeft = m_headerTriangles;
-    // TODO(connectivity): for each component: readComponent, decodeCLERS, zipAll, glueHandles,
-    // zipAll, glueHoles, processUnknownVertexIndices, then the component mesh (with adjacency)
-    // gets its positions through beginComponentPositions and setVertexCoordinates and is
-    // appended; in the end the mesh must hold exactly the header's V and T.
-    fail(__LINE__, kFnDecompressGeometry);
+    std::vector<Geometry::STriangleCorners> shifted;
+    for (uint32_t c = 0; c < components; ++c) {
+        if (m_trianglesLeft == 0) fail(__LINE__, kFnDecompressGeometry);
+        readComponent();
+        // Triangles over the component's vertices in coding order; every count and index of
+        // the frame is checked there.
+        VnConnectivity::SDecodedComponent decoded;
+        VnConnectivity::DecodeComponent(m_symbols, m_holeSizes, m_handleOffsets, m_verticesLeft, decoded, kSourceReader,
+                                        kFnDecompressGeometry);
+        const uint32_t known = decoded.vertexCount;
+        const uint32_t triangles = static_cast<uint32_t>(decoded.triangles.size());
+        if (known != m_knownVertices || triangles > m_trianglesLeft) fail(__LINE__, kFnDecompressGeometry);
+        shifted = decoded.triangles;
+        Geometry::CTriangulation component(known, triangles, Geometry::SMemoryBlock<CbVector3f>(size_t(known)),
+                                           Geometry::SMemoryBlock<Geometry::STriangleCorners>(std::move(decoded.triangles)));
+        // The prediction looks across edges.
+        component.ComputeAdjacency();
+        const size_t firstReference = m_vertexReferenceTriangles.size();
+        setVertexCoordinates(component, decoded.vertexTriangle);
+        m_positionCoders.reset();
+
+        const uint32_t vertexBase = mesh.GetVertexCount(), triangleBase = mesh.GetTriangleCount();
+        for (size_t k = firstReference; k < m_vertexReferenceTriangles.size(); ++k) m_vertexReferenceTriangles[k] += triangleBase;
+        for (auto& t : shifted)
+            for (uint32_t& v : t) v += vertexBase;
+        mesh.AppendVertices(component.GetPositions(), known);
+        mesh.AppendTriangles(shifted.data(), triangles);
+        m_verticesLeft -= known;
+        m_trianglesLeft -= triangles;
+    }
+    if (m_verticesLeft != 0 || m_trianglesLeft != 0) fail(__LINE__, kFnDecompressGeometry);
 }
 
 void VnStreamReadCompressedTriangulation::readComponent() {

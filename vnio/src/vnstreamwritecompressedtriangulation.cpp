@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "detail/vncompressedshared.h"
+#include "detail/vnconnectivity.h"
 #include "detail/vnpositioncoders.h"
 #include "vn3dbase/ctriangulationserializer.h"
 #include "vn3dbase/vnfttriangulationinconsistencydetect.h"
@@ -28,10 +29,23 @@ bool attributesSettled(const Geometry::CTriangulation& mesh) {
     return true;
 }
 
-// The connectivity coder that fills compressGeometry lands separately; until then every
-// mesh with vertices takes the uncompressed path.
-// TODO(connectivity): remove once compressGeometry codes components.
-constexpr bool kConnectivityCoderReady = false;
+// A topology-only copy of `mesh` (same slots, no positions or attributes) with adjacency,
+// for predictions when the caller's const mesh carries none.
+std::unique_ptr<Geometry::CTriangulation> topologyWithAdjacency(const Geometry::CTriangulation& mesh) {
+    const uint32_t vSlots = mesh.GetVertexSlotCount(), tSlots = mesh.GetTriangleSlotCount();
+    Geometry::SMemoryBlock<Geometry::STriangleCorners> corners(
+        std::vector<Geometry::STriangleCorners>(mesh.GetCornerArray(), mesh.GetCornerArray() + tSlots));
+    auto copy = std::make_unique<Geometry::CTriangulation>(vSlots, tSlots, Geometry::SMemoryBlock<CbVector3f>(size_t(vSlots)),
+                                                           std::move(corners));
+    if (!mesh.IsIndicesAccurate()) {
+        for (uint32_t t = 0; t < tSlots; ++t)
+            if (!mesh.IsTriangleLive(t)) copy->RemoveTriangle(Geometry::CTriangleRef(t));
+        for (uint32_t v = 0; v < vSlots; ++v)
+            if (!mesh.IsVertexLive(v)) copy->RemoveVertex(Geometry::CVertexRef(v));
+    }
+    copy->ComputeAdjacency();
+    return copy;
+}
 } // namespace
 
 VnStreamWriteCompressedTriangulation::VnStreamWriteCompressedTriangulation(CbStreamWriteBinary& stream, ECompressionMethod method,
@@ -80,9 +94,16 @@ VnStreamWriteCompressedTriangulation& VnStreamWriteCompressedTriangulation::oper
 void VnStreamWriteCompressedTriangulation::writeMeshRecord(const Geometry::CTriangulation& mesh) {
     m_mesh = &mesh;
     target().WriteVersion(m_version);
-    const bool coded = !VnFtTriangulationInconsistencyDetect::Compute(mesh) && (kConnectivityCoderReady || mesh.GetVertexCount() == 0);
+    bool coded = !VnFtTriangulationInconsistencyDetect::Compute(mesh);
+    if (coded && mesh.GetVertexCount() > 0) {
+        // The connectivity is coded before anything is written: a mesh the coder cannot
+        // reproduce exactly is stored uncompressed rather than as a stream that reads back wrong.
+        m_connectivity = std::make_unique<VnConnectivity::SEncodedMesh>();
+        coded = VnConnectivity::EncodeMesh(mesh, *m_connectivity);
+    }
     if (!coded) {
         m_consistent = false;
+        m_connectivity.reset();
         target() << uint8_t{0};
         Geometry::CTriangulation_Serializer::Serialize(target(), mesh);
         setIdentityMaps(mesh);
@@ -115,6 +136,8 @@ void VnStreamWriteCompressedTriangulation::dropState() {
 
 void VnStreamWriteCompressedTriangulation::cleanup() {
     m_positionCoders.reset();
+    m_connectivity.reset();
+    m_topology.reset();
     clearComponentState();
 }
 
@@ -130,10 +153,40 @@ void VnStreamWriteCompressedTriangulation::compressGeometry(const Geometry::CTri
         m_cornerRotation.RemoveAll();
         return;
     }
+    if (!m_connectivity) fail(__LINE__, kFnCompressGeometry);
+    const VnConnectivity::SEncodedMesh& coded = *m_connectivity;
     initializeFPQuantization(mesh);
-    // TODO(connectivity): components, CLERS traversal and handles. Each component calls
-    // beginComponentPositions, encodePosition in coding order, then writeComponent.
-    fail(__LINE__, kFnCompressGeometry);
+    m_topology.reset();
+    if (!mesh.HasAdjacency()) m_topology = topologyWithAdjacency(mesh);
+
+    const uint32_t vertices = mesh.GetVertexCount(), triangles = mesh.GetTriangleCount();
+    target() << static_cast<uint32_t>(coded.components.size()) << vertices << triangles;
+    m_triangleOrder.RemoveAll();
+    m_tipOrder.RemoveAll();
+    m_triangleForward.RemoveAll();
+    m_cornerRotation.RemoveAll();
+    m_triangleOrder.Reserve(static_cast<int>(triangles));
+    m_tipOrder.Reserve(static_cast<int>(triangles));
+    for (size_t k = 0; k < coded.triangleOrder.size(); ++k) {
+        m_triangleOrder.Add(Geometry::CTriangleRef(coded.triangleOrder[k]));
+        m_tipOrder.Add(Geometry::CVertexRef(coded.tipOrder[k]));
+    }
+
+    uint64_t total = 0;
+    for (const VnConnectivity::SComponent& component : coded.components) {
+        clearComponentState();
+        m_symbols = component.symbols;
+        m_holeSizes = component.holeSizes;
+        m_handleOffsets = component.handleOffsets;
+        m_handleCount = component.handleCount;
+        beginComponentPositions();
+        const uint32_t end = component.firstVertex + component.vertexCount;
+        for (uint32_t k = component.firstVertex; k < end; ++k)
+            encodePosition(Geometry::CVertexRef(coded.vertexOrder[k]), Geometry::CTriangleRef(coded.vertexTriangle[k]));
+        writeComponent();
+        total += component.symbols.size();
+    }
+    if (total != triangles) fail(__LINE__, kFnCompressGeometry);
 }
 
 void VnStreamWriteCompressedTriangulation::encodeSStarSPrime() {

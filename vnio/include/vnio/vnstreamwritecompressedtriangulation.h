@@ -24,6 +24,9 @@
 class VnStreamWriteBinaryFile;
 class VnCompressLZMA;
 class VnFloatingPointQuantization;
+namespace VnConnectivity {
+struct SEncodedMesh;
+}
 
 class VnStreamWriteCompressedTriangulation : private CbStreamWriteBinary, public VnStreamCompressedTriangulationBase {
 public:
@@ -96,6 +99,9 @@ protected:
     void encodePosition(Geometry::CVertexRef v, Geometry::CTriangleRef t);
 
     CbStreamWriteBinary& target() { return *m_target; }
+    // The mesh whose corners and adjacency the predictions look at: the mesh itself, or a
+    // topology-only copy with adjacency when the caller's mesh has none.
+    const Geometry::CTriangulation& predictionMesh() const { return m_topology ? *m_topology : *m_mesh; }
 
     struct SPositionWriters;
 
@@ -108,6 +114,10 @@ protected:
     std::array<std::unique_ptr<VnFloatingPointQuantization>, 3> m_quantizers;
     std::unique_ptr<SPositionWriters> m_positionCoders;
     std::unique_ptr<VnCompressLZMA> m_lzma;
+    // Connectivity of the mesh being written, coded before the first byte of the record so
+    // that a mesh the coder cannot reproduce still takes the uncompressed path.
+    std::unique_ptr<VnConnectivity::SEncodedMesh> m_connectivity;
+    std::unique_ptr<Geometry::CTriangulation> m_topology;
 
     // Order records of the whole mesh.
     CbArray<Geometry::CVertexRef> m_vertexOrder;
