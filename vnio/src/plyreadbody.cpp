@@ -160,7 +160,10 @@ public:
     std::string Token() const {
         const char* e = m_p;
         while (e < m_limit && !isSep(*e) && e - m_p < 40) ++e;
-        return "\"" + std::string(m_p, e) + "\"";
+        std::string quoted(1, '"');
+        quoted.append(m_p, static_cast<size_t>(e - m_p));
+        quoted += '"';
+        return quoted;
     }
 
 private:

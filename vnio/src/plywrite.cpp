@@ -47,6 +47,10 @@ public:
         return m_buffer.data() + m_used;
     }
     void Commit(size_t n) { m_used += n; }
+    // Overwrites the last byte committed (a row's trailing separator).
+    void ReplaceLast(uint8_t c) {
+        if (m_used) m_buffer[m_used - 1] = c;
+    }
     void Flush() {
         if (m_used) m_out.WriteBuffer(m_buffer.data(), m_used);
         m_used = 0;
@@ -158,7 +162,7 @@ void CWriter::writeAsciiElement(CbStreamWrite& out, const SOutElement& e) const 
             }
         }
         // The last separator of the row becomes its line end.
-        if (block.Used()) block.Ensure(0)[-1] = '\n';
+        block.ReplaceLast('\n');
         if (block.Used() >= kBlock) block.Flush();
     }
     block.Flush();

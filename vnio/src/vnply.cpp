@@ -132,7 +132,9 @@ CTriangulation ReadMesh(CbStreamRead& stream) {
             out[i] = VnColorRGBA(c[4 * i], c[4 * i + 1], c[4 * i + 2], alpha ? c[4 * i + 3] : uint8_t(255));
     }
     mesh.ComputeAdjacency();
-    mesh.ComputeVertexTriangleRelation();
+    // Adjacency is built over the vertex-triangle relation; when the mesh kept it, it is
+    // already the relation asked for.
+    if (!mesh.HasVertexTriangleRelation()) mesh.ComputeVertexTriangleRelation();
     if (vertexNormals) {
         // The file's vertex normals stay; only the facet normals are derived.
         VnMpTriangulationNormals normalsAlgo;
