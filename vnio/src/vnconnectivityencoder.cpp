@@ -73,7 +73,8 @@ private:
         return o == c_None ? c_None : o / 3;
     }
 
-    // Outgoing half-edges grouped by origin vertex, then the twin of every half-edge.
+    // Outgoing half-edges grouped by origin vertex, each with its target beside it so that
+    // finding twins reads the compact table rather than the corners of scattered triangles.
     bool buildHalfEdges() {
         const uint32_t vSlots = m_mesh.GetVertexSlotCount();
         const uint32_t tSlots = m_mesh.GetTriangleSlotCount();
@@ -87,22 +88,33 @@ private:
         }
         for (uint32_t v = 0; v < vSlots; ++v) m_outStart[v + 1] += m_outStart[v];
         m_outEdges.resize(m_outStart[vSlots]);
-        std::vector<uint32_t> fill(m_outStart.begin(), m_outStart.end() - 1);
-        for (Geometry::CTriangleRef t : m_mesh.Triangles())
-            for (uint32_t k = 0; k < 3; ++k) m_outEdges[fill[m_corners[t][k]]++] = 3 * t + k;
-
-        m_opposite.assign(static_cast<size_t>(tSlots) * 3, c_None);
-        for (Geometry::CTriangleRef t : m_mesh.Triangles()) {
-            for (uint32_t k = 0; k < 3; ++k) {
-                const uint32_t h = 3 * t + k;
-                const uint32_t a = origin(h), b = target(h);
-                for (uint32_t i = m_outStart[a]; i < m_outStart[a + 1]; ++i)
-                    if (m_outEdges[i] != h && target(m_outEdges[i]) == b) return false; // same direction twice
-                for (uint32_t i = m_outStart[b]; i < m_outStart[b + 1]; ++i) {
-                    if (target(m_outEdges[i]) != a) continue;
-                    if (m_opposite[h] != c_None) return false;
-                    m_opposite[h] = m_outEdges[i];
+        std::vector<uint32_t> outTarget(m_outStart[vSlots]);
+        {
+            std::vector<uint32_t> fill(m_outStart.begin(), m_outStart.end() - 1);
+            for (Geometry::CTriangleRef t : m_mesh.Triangles()) {
+                const auto& c = m_corners[t];
+                for (uint32_t k = 0; k < 3; ++k) {
+                    const uint32_t at = fill[c[k]]++;
+                    m_outEdges[at] = 3 * t + k;
+                    outTarget[at] = c[(k + 1) % 3];
                 }
+            }
+        }
+        m_opposite.assign(static_cast<size_t>(tSlots) * 3, c_None);
+        for (uint32_t a = 0; a < vSlots; ++a) {
+            const uint32_t begin = m_outStart[a], end = m_outStart[a + 1];
+            for (uint32_t i = begin; i < end; ++i) {
+                const uint32_t b = outTarget[i];
+                for (uint32_t j = i + 1; j < end; ++j)
+                    if (outTarget[j] == b) return false; // the same edge twice in one direction
+                const uint32_t h = m_outEdges[i];
+                if (m_opposite[h] != c_None) continue;
+                for (uint32_t j = m_outStart[b]; j < m_outStart[b + 1]; ++j)
+                    if (outTarget[j] == a) {
+                        m_opposite[h] = m_outEdges[j];
+                        m_opposite[m_outEdges[j]] = h;
+                        break; // b holds no second edge to a: its own scan rejects that
+                    }
             }
         }
         return true;
