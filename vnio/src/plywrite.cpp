@@ -2,6 +2,7 @@
 // either byte order. Rows are assembled in a small buffer and handed to the stream in
 // blocks.
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <charconv>
 #include <stdexcept>
@@ -35,6 +36,24 @@ inline char* formatValue(char* p, char* end, EType type, const uint8_t* v) {
     return p;
 }
 
+// "0 " to "255 ": the text of every byte value with its separator.
+struct SByteText {
+    char text[4];
+    uint8_t length;
+};
+const SByteText* byteText() {
+    static const auto table = [] {
+        std::array<SByteText, 256> t{};
+        for (int i = 0; i < 256; ++i) {
+            char* end = std::to_chars(t[i].text, t[i].text + 3, i).ptr;
+            *end++ = ' ';
+            t[i].length = static_cast<uint8_t>(end - t[i].text);
+        }
+        return t;
+    }();
+    return table.data();
+}
+
 // A growing block of output bytes, drained into the stream when full.
 class COutBlock {
 public:
@@ -47,10 +66,6 @@ public:
         return m_buffer.data() + m_used;
     }
     void Commit(size_t n) { m_used += n; }
-    // Overwrites the last byte committed (a row's trailing separator).
-    void ReplaceLast(uint8_t c) {
-        if (m_used) m_buffer[m_used - 1] = c;
-    }
     void Flush() {
         if (m_used) m_out.WriteBuffer(m_buffer.data(), m_used);
         m_used = 0;
@@ -142,27 +157,39 @@ void CWriter::Write(CbStreamWrite& out, EFormat format) const {
 
 void CWriter::writeAsciiElement(CbStreamWrite& out, const SOutElement& e) const {
     if (e.columns.empty()) return;
+    // The longest text a row can take: each value (and list length) at most kSlack - 1
+    // characters plus its separator. One reservation per row keeps the inner loop free of
+    // buffer checks.
+    uint64_t rowMax = 0;
+    for (const SColumn& c : e.columns) rowMax += (uint64_t(c.values) + (c.countType != EType::eNone)) * kSlack;
     COutBlock block(out);
     for (uint64_t row = 0; row < e.count; ++row) {
-        for (size_t ci = 0; ci < e.columns.size(); ++ci) {
-            const SColumn& c = e.columns[ci];
+        char* const start = reinterpret_cast<char*>(block.Ensure(static_cast<size_t>(rowMax)));
+        char* q = start;
+        for (const SColumn& c : e.columns) {
             const size_t size = SizeOf(c.type);
             const uint8_t* v = c.data + (row * c.stride + c.column) * size;
             if (c.countType != EType::eNone) {
-                char* p = reinterpret_cast<char*>(block.Ensure(kSlack));
-                char* q = std::to_chars(p, p + kSlack, c.values).ptr;
+                q = std::to_chars(q, q + kSlack, c.values).ptr;
                 *q++ = ' ';
-                block.Commit(static_cast<size_t>(q - p));
+            }
+            if (c.type == EType::eUInt8) {
+                // Colours: a table lookup instead of a conversion per byte.
+                for (uint32_t j = 0; j < c.values; ++j) {
+                    const SByteText& t = byteText()[v[j]];
+                    std::memcpy(q, t.text, 4);
+                    q += t.length;
+                }
+                continue;
             }
             for (uint32_t j = 0; j < c.values; ++j, v += size) {
-                char* p = reinterpret_cast<char*>(block.Ensure(kSlack));
-                char* q = formatValue(p, p + kSlack - 1, c.type, v);
+                q = formatValue(q, q + kSlack - 1, c.type, v);
                 *q++ = ' ';
-                block.Commit(static_cast<size_t>(q - p));
             }
         }
         // The last separator of the row becomes its line end.
-        block.ReplaceLast('\n');
+        q[-1] = '\n';
+        block.Commit(static_cast<size_t>(q - start));
         if (block.Used() >= kBlock) block.Flush();
     }
     block.Flush();
