@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "vn3dbase/ctriangulation.h"
-#include "detail/vnclers.h"
+#include "vnclers.h"
 
 namespace VnConnectivity {
 
