@@ -76,6 +76,31 @@ TEST(VnObjTextTokenizer, RunsOfBlanksAndTabsAreOneDelimiterAndTheEndKeepsAnsweri
     EXPECT_EQ(VnObjText::Trim(" \r\n"), "");
 }
 
+TEST(VnObjTextParseCorner, SinglePassAgreesWithAtoiOnTheTokenAndAfterItsFirstSlash) {
+    std::vector<std::string> tokens = {"1", "12/7", "12//3", "12/7/3", "12/", "12x/3", "-1/-2/-3", "/5", "//5",
+                                       "0/0", "+3/+4", "1234567890123456789/2", "99999999999/1", "7/x", "7/ 8", ""};
+    std::mt19937 rng(3);
+    const char alphabet[] = "0123456789//-+x";
+    for (int i = 0; i < 20000; ++i) {
+        std::string t;
+        for (size_t n = rng() % 12; n > 0; --n) t += alphabet[rng() % (sizeof alphabet - 1)];
+        tokens.push_back(t);
+    }
+    for (const std::string& token : tokens) {
+        const std::string line = token + " 5\t6";
+        VnObjText::SFaceCorner c;
+        const char* end = VnObjText::ParseCorner(line.data(), line.data() + line.size(), c);
+        const size_t tokenEnd = line.find_first_of(" \t");
+        const std::string t = line.substr(0, tokenEnd);
+        const size_t slash = t.find('/');
+        const bool textured = slash != std::string::npos && (slash + 1 >= t.size() || t[slash + 1] != '/');
+        ASSERT_EQ(end - line.data(), static_cast<std::ptrdiff_t>(tokenEnd)) << token;
+        ASSERT_EQ(c.vertex, std::atoi(t.c_str())) << token;
+        ASSERT_EQ(c.textured, textured) << token;
+        ASSERT_EQ(c.texture, textured ? std::atoi(t.c_str() + slash + 1) : 0) << token;
+    }
+}
+
 template <int Decimals> void expectFixedLikePrintf(float f) {
     char expected[128], got[VnObjText::c_FixedMaxChars + 1];
     std::snprintf(expected, sizeof expected, "%.*f", Decimals, static_cast<double>(f));

@@ -27,6 +27,15 @@ inline std::string_view Trim(std::string_view s) {
 class CTokenizer {
 public:
     explicit CTokenizer(std::string_view line) : m_cur(line.data()), m_end(line.data() + line.size()) {}
+    // Where the next token search starts, and the end of the line.
+    const char* Cursor() const { return m_cur; }
+    const char* End() const { return m_end; }
+    void SetCursor(const char* p) { m_cur = p; }
+    // Skips blanks and tabs; false when the line is exhausted.
+    bool SkipBlanks() {
+        while (m_cur < m_end && (*m_cur == ' ' || *m_cur == '\t')) ++m_cur;
+        return m_cur < m_end;
+    }
     std::string_view Next() {
         while (m_cur < m_end && (*m_cur == ' ' || *m_cur == '\t')) ++m_cur;
         const char* b = m_cur;
@@ -94,6 +103,68 @@ inline int ParseInt(std::string_view token) {
     if (saturated) s = negative ? INT64_MIN : INT64_MAX;
     else s = negative ? -static_cast<int64_t>(v) : static_cast<int64_t>(v);
     return static_cast<int>(static_cast<uint32_t>(static_cast<uint64_t>(s)));
+}
+
+// One corner of an "f" line: the vertex number is atoi of the token, the texture number
+// atoi of the text after its first '/' unless another '/' follows at once.
+struct SFaceCorner {
+    int vertex = 0;
+    int texture = 0;
+    bool textured = false;
+};
+
+inline bool IsTokenEnd(const char* p, const char* e) { return p == e || *p == ' ' || *p == '\t'; }
+
+// Reads an unsigned run of 1 to 18 digits at q (no overflow is possible); false, leaving q
+// alone, for anything else.
+inline bool ParseDigits(const char*& q, const char* e, int& out) {
+    const char* s = q;
+    uint64_t v = 0;
+    while (q < e && static_cast<unsigned>(*q - '0') < 10 && q - s < 18) v = v * 10 + static_cast<unsigned>(*q++ - '0');
+    if (q == s || (q < e && static_cast<unsigned>(*q - '0') < 10)) {
+        q = s;
+        return false;
+    }
+    out = static_cast<int>(static_cast<uint32_t>(v));
+    return true;
+}
+
+// Parses the corner token starting at p (it runs to the next blank or tab, or e) and returns
+// its end. Plain digit forms ("12", "12/7", "12//3", "12/7/3") take a single pass; every other
+// spelling goes through ParseInt on the token, with the same results.
+inline const char* ParseCorner(const char* p, const char* e, SFaceCorner& c) {
+    c = SFaceCorner();
+    const char* q = p;
+    if (ParseDigits(q, e, c.vertex)) {
+        if (IsTokenEnd(q, e)) return q;
+        if (*q == '/') {
+            ++q;
+            bool plain = true;
+            if (IsTokenEnd(q, e)) {
+                c.textured = true; // "12/": the texture number reads as 0
+                return q;
+            }
+            if (*q != '/') {
+                plain = ParseDigits(q, e, c.texture);
+                c.textured = plain;
+            }
+            if (plain) {
+                while (!IsTokenEnd(q, e)) ++q; // the normal number is not used
+                return q;
+            }
+        }
+    }
+    const char* end = p;
+    while (!IsTokenEnd(end, e)) ++end;
+    const std::string_view token(p, static_cast<size_t>(end - p));
+    c = SFaceCorner();
+    c.vertex = ParseInt(token);
+    const size_t slash = token.find('/');
+    if (slash != std::string_view::npos && (slash + 1 >= token.size() || token[slash + 1] != '/')) {
+        c.texture = ParseInt(token.substr(slash + 1));
+        c.textured = true;
+    }
+    return end;
 }
 
 // Longest text AppendFixed produces: sign, 39 integer digits, point, up to 12 decimals.

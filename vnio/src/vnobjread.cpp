@@ -1,6 +1,7 @@
 // OBJ and MTL reading. The reader takes the polygonal subset of OBJ: vertices, texture
 // coordinates, normals (counted only), triangles and quadrilaterals, groups and materials.
 // Free-form and display keywords are skipped; any other keyword ends the read with false.
+#include <algorithm>
 #include <array>
 #include <string>
 #include <string_view>
@@ -73,6 +74,8 @@ public:
 
     // False on a keyword outside the lists.
     bool Line(std::string_view line);
+    // Moves the triangles gathered so far into the mesh.
+    void Flush();
     void BuildGroups(CbArray<VnOBJ::SGroup>& groups) const;
 
 private:
@@ -93,8 +96,16 @@ private:
     unsigned int m_materialId = 0;
     bool m_materialIndexBuilt = false;
     CbMap<CStringA, unsigned int> m_materialIds; // name -> id, beside m_materialNames
-    Geometry::CTriangleAttribute<STexture> m_texture;
-    Geometry::CTriangleAttribute<unsigned int> m_material;
+    bool m_materialAttribute = false;
+    uint32_t m_firstMaterialTriangle = 0; // triangles from here on carry the current material id
+    // Triangles are gathered in batches and appended together: one attribute resize per batch
+    // instead of one per triangle.
+    static constexpr size_t c_BatchSize = 8192;
+    std::vector<Geometry::STriangleCorners> m_batchCorners;
+    std::vector<STexture> m_batchTexture;
+    std::vector<uint8_t> m_batchTextured;
+    std::vector<unsigned int> m_batchMaterial;
+    bool m_batchHasTexture = false;
     bool m_groupSeen = false;
     std::vector<CStringA> m_currentGroups;
     std::vector<int> m_currentGroupIndex; // into m_groups, -1 until a triangle joins
@@ -138,24 +149,20 @@ void CObjParser::face(VnObjText::CTokenizer& tok) {
     bool textured = false;
     int corners = 4;
     for (int k = 0; k < 4; ++k) {
-        const std::string_view token = tok.Next();
-        if (token.empty() && k == 3) {
+        VnObjText::SFaceCorner corner; // an exhausted line reads as an empty token: number 0
+        if (tok.SkipBlanks()) {
+            tok.SetCursor(VnObjText::ParseCorner(tok.Cursor(), tok.End(), corner));
+        } else if (k == 3) {
             corners = 3;
             break;
         }
-        const int vertexNumber = VnObjText::ParseInt(token);
-        int textureNumber = 0;
-        const size_t slash = token.find('/');
-        if (slash != std::string_view::npos && (slash + 1 >= token.size() || token[slash + 1] != '/')) {
-            textureNumber = VnObjText::ParseInt(token.substr(slash + 1));
-            textured = true;
-        }
+        textured = textured || corner.textured;
         // Negative numbers count back from the normals read so far for vertices (and from the
         // texture coordinates for textures): relative indices are thereby not supported, and
         // the lookups below catch whatever falls outside the tables.
-        vertexPos[k] = vertexNumber >= 0 ? int64_t(vertexNumber) - 1 : m_normalCount - vertexNumber;
-        texturePos[k] = textureNumber >= 0 ? int64_t(textureNumber) - 1
-                                           : static_cast<int64_t>(m_textureCoordinates.size()) - textureNumber;
+        vertexPos[k] = corner.vertex >= 0 ? int64_t(corner.vertex) - 1 : m_normalCount - corner.vertex;
+        texturePos[k] = corner.texture >= 0 ? int64_t(corner.texture) - 1
+                                            : static_cast<int64_t>(m_textureCoordinates.size()) - corner.texture;
     }
     addTriangle(vertexPos, texturePos, 0, 2, 1, textured);
     if (corners == 4) addTriangle(vertexPos, texturePos, 0, 3, 2, textured);
@@ -173,8 +180,12 @@ void CObjParser::addTriangle(const int64_t* v, const int64_t* t, int a, int b, i
             uv[slot++] = m_textureCoordinates[static_cast<size_t>(t[k])];
         }
     }
-    const CTriangleRef tri = m_mesh.AddTriangle(CVertexRef(static_cast<uint32_t>(v[a])), CVertexRef(static_cast<uint32_t>(v[b])),
-                                                CVertexRef(static_cast<uint32_t>(v[c])));
+    const uint32_t tri = m_mesh.GetTriangleSlotCount() + static_cast<uint32_t>(m_batchCorners.size());
+    m_batchCorners.push_back({static_cast<uint32_t>(v[a]), static_cast<uint32_t>(v[b]), static_cast<uint32_t>(v[c])});
+    m_batchTexture.push_back(uv);
+    m_batchTextured.push_back(textured ? 1 : 0);
+    m_batchMaterial.push_back(m_materialId);
+    m_batchHasTexture = m_batchHasTexture || textured;
     if (m_groupSeen) {
         for (size_t i = 0; i < m_currentGroups.size(); ++i) {
             int& index = m_currentGroupIndex[i];
@@ -188,16 +199,33 @@ void CObjParser::addTriangle(const int64_t* v, const int64_t* t, int a, int b, i
                     m_groupIndex.SetAt(m_currentGroups[i], index);
                 }
             }
-            m_groups[static_cast<size_t>(index)].Add(tri.Index());
+            m_groups[static_cast<size_t>(index)].Add(tri);
         }
     }
-    if (textured) {
-        if (m_texture.IsNull())
-            m_texture = Geometry::GetOrCreateAttribute<CTriangleRef, STexture>(
-                m_mesh, Geometry::CAttributeConfigurationTriangleParameters::GetId());
-        m_texture[tri] = uv;
+    if (m_batchCorners.size() >= c_BatchSize) Flush();
+}
+
+void CObjParser::Flush() {
+    const uint32_t count = static_cast<uint32_t>(m_batchCorners.size());
+    if (!count) return;
+    const uint32_t first = m_mesh.GetTriangleSlotCount();
+    m_mesh.AppendTriangles(m_batchCorners.data(), count);
+    if (m_batchHasTexture) {
+        auto texture = Geometry::GetOrCreateAttribute<CTriangleRef, STexture>(m_mesh, Geometry::CAttributeConfigurationTriangleParameters::GetId());
+        STexture* out = texture.GetData() + first;
+        for (uint32_t i = 0; i < count; ++i)
+            if (m_batchTextured[i]) out[i] = m_batchTexture[i];
     }
-    if (!m_material.IsNull()) m_material[tri] = m_materialId;
+    if (m_materialAttribute) {
+        auto material = Geometry::GetOrCreateAttribute<CTriangleRef, unsigned int>(m_mesh, "triangleType");
+        unsigned int* out = material.GetData();
+        for (uint32_t i = std::max(first, m_firstMaterialTriangle) - first; i < count; ++i) out[first + i] = m_batchMaterial[i];
+    }
+    m_batchCorners.clear();
+    m_batchTexture.clear();
+    m_batchTextured.clear();
+    m_batchMaterial.clear();
+    m_batchHasTexture = false;
 }
 
 void CObjParser::useMaterial(VnObjText::CTokenizer& tok) {
@@ -208,7 +236,10 @@ void CObjParser::useMaterial(VnObjText::CTokenizer& tok) {
         for (const auto& entry : m_materialNames)
             if (!m_materialIds.Contains(entry.second)) m_materialIds.SetAt(entry.second, entry.first);
         m_materialIndexBuilt = true;
-        m_material = Geometry::GetOrCreateAttribute<CTriangleRef, unsigned int>(m_mesh, "triangleType");
+        // Triangles before the first "usemtl" keep the attribute's default value.
+        Geometry::GetOrCreateAttribute<CTriangleRef, unsigned int>(m_mesh, "triangleType");
+        m_materialAttribute = true;
+        m_firstMaterialTriangle = m_mesh.GetTriangleSlotCount() + static_cast<uint32_t>(m_batchCorners.size());
     }
     if (const unsigned int* id = m_materialIds.PLookup(name)) {
         m_materialId = *id;
@@ -251,7 +282,9 @@ bool VnOBJ::readASCII(Geometry::CTriangulation& mesh, CStringW& materialLibraryN
                       CbMap<unsigned int, CStringA>& materialNames, CbArray<SGroup>& groups) {
     mesh.RemoveAll();
     CObjParser parser(mesh, materialLibraryName, materialNames);
-    if (!forEachLine(stream, [&](std::string_view line) { return parser.Line(line); })) return false;
+    const bool complete = forEachLine(stream, [&](std::string_view line) { return parser.Line(line); });
+    parser.Flush(); // an early stop keeps what was read before it
+    if (!complete) return false;
     parser.BuildGroups(groups);
     VnMpTriangulationNormals::Compute(mesh);
     return true;
