@@ -145,7 +145,9 @@ void PlyAsciiFromCharsScan(benchmark::State& state) {
         double sum = 0;
         uint64_t isum = 0;
         const uint64_t v = mesh().GetVertexCount(), t = mesh().GetTriangleCount();
-        auto skip = [&] { while (p < e && (*p == ' ' || *p == '\n')) ++p; };
+        auto skip = [&] {
+            while (p < e && (*p == ' ' || *p == '\n')) ++p;
+        };
         for (uint64_t i = 0; i < v; ++i) {
             for (int k = 0; k < 6; ++k) {
                 skip();

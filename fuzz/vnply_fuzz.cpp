@@ -21,7 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto& bytes = out.GetData();
     CbStreamReadBinaryMemory again(bytes.data(), bytes.size());
     Geometry::CTriangulation back = VnPlyCodec::ReadMesh(again);
-    if (back.GetVertexCount() != mesh.GetVertexCount() || back.GetTriangleCount() != mesh.GetTriangleCount()) std::abort();
+    if (back.GetVertexCount() != mesh.GetVertexCount() || back.GetTriangleCount() != mesh.GetTriangleCount())
+        std::abort();
     for (uint32_t t = 0; t < mesh.GetTriangleCount(); ++t)
         if (back.GetCorners(Geometry::CTriangleRef(t)) != mesh.GetCorners(Geometry::CTriangleRef(t))) std::abort();
     return 0;

@@ -22,8 +22,8 @@ template <class T> std::vector<T> valuesOf(const SBuffer& b) {
 }
 
 // Reads `bytes`, asking for one request, and returns its buffer.
-std::shared_ptr<SBuffer> readOne(const std::string& bytes, const std::string& element, const std::vector<std::string>& props,
-                                 EType type, uint32_t listSize = 0) {
+std::shared_ptr<SBuffer> readOne(const std::string& bytes, const std::string& element,
+                                 const std::vector<std::string>& props, EType type, uint32_t listSize = 0) {
     CbStreamReadBinaryMemory stream(bytes.data(), bytes.size());
     CReader reader(stream);
     auto buffer = reader.Request(element, props, type, listSize);
@@ -48,21 +48,23 @@ std::string writeToString(const CWriter& w, EFormat format) {
     return std::string(d.begin(), d.end());
 }
 
-const std::string kTriangleAscii = "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
-                                   "element face 1\nproperty list uchar int vertex_indices\nend_header\n"
-                                   "0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n";
+const std::string kTriangleAscii =
+    "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+    "element face 1\nproperty list uchar int vertex_indices\nend_header\n"
+    "0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n";
 
 } // namespace
 
 TEST(PlyCodecHeader, ListsElementsPropertiesCommentsAndEveryTypeAlias) {
     std::string text = "ply\r\nformat binary_little_endian 1.0\r\ncomment made by hand\r\ncomment  two  spaces\r\n"
                        "obj_info scanner 7\r\nelement thing 0\r\n";
-    const char* names[] = {"char", "int8", "uchar", "uint8", "short", "int16", "ushort", "uint16",
-                           "int", "int32", "uint", "uint32", "float", "float32", "double", "float64"};
+    const char* names[] = {"char", "int8",  "uchar", "uint8",  "short", "int16",   "ushort", "uint16",
+                           "int",  "int32", "uint",  "uint32", "float", "float32", "double", "float64"};
     for (int i = 0; i < 16; ++i) text += std::string("property ") + names[i] + " p" + std::to_string(i) + "\r\n";
     text += "property list ushort int64_is_no_type nope\r\n";
     // The line above must fail: exercise the good header first.
-    std::string good = text.substr(0, text.find("property list")) + "property list ushort float64 poly\r\nend_header\r\n";
+    std::string good =
+        text.substr(0, text.find("property list")) + "property list ushort float64 poly\r\nend_header\r\n";
     CbStreamReadBinaryMemory stream(good.data(), good.size());
     CReader r(stream);
     EXPECT_EQ(r.GetFormat(), EFormat::eBinaryLittleEndian);
@@ -74,8 +76,9 @@ TEST(PlyCodecHeader, ListsElementsPropertiesCommentsAndEveryTypeAlias) {
     ASSERT_EQ(r.GetElements().size(), 1u);
     const SElement& e = r.GetElements()[0];
     ASSERT_EQ(e.properties.size(), 17u);
-    const EType expected[] = {EType::eInt8,   EType::eInt8,   EType::eUInt8,   EType::eUInt8,   EType::eInt16,  EType::eInt16,
-                              EType::eUInt16, EType::eUInt16, EType::eInt32,   EType::eInt32,   EType::eUInt32, EType::eUInt32,
+    const EType expected[] = {EType::eInt8,    EType::eInt8,    EType::eUInt8,   EType::eUInt8,
+                              EType::eInt16,   EType::eInt16,   EType::eUInt16,  EType::eUInt16,
+                              EType::eInt32,   EType::eInt32,   EType::eUInt32,  EType::eUInt32,
                               EType::eFloat32, EType::eFloat32, EType::eFloat64, EType::eFloat64};
     for (int i = 0; i < 16; ++i) {
         EXPECT_EQ(e.properties[i].type, expected[i]) << names[i];
@@ -87,10 +90,12 @@ TEST(PlyCodecHeader, ListsElementsPropertiesCommentsAndEveryTypeAlias) {
     EXPECT_TRUE(r.HasProperty("thing", "p3"));
     EXPECT_FALSE(r.HasProperty("thing", "p99"));
     EXPECT_FALSE(r.HasProperty("other", "p3"));
-    expectFailure([&] {
-        CbStreamReadBinaryMemory s(text.data(), text.size());
-        CReader bad(s);
-    }, "unknown type");
+    expectFailure(
+        [&] {
+            CbStreamReadBinaryMemory s(text.data(), text.size());
+            CReader bad(s);
+        },
+        "unknown type");
 }
 
 TEST(PlyCodecHeader, MalformedHeadersNameTheirLine) {
@@ -115,10 +120,12 @@ TEST(PlyCodecHeader, MalformedHeadersNameTheirLine) {
     };
     for (const auto& [text, part] : cases) {
         SCOPED_TRACE(part);
-        expectFailure([&] {
-            CbStreamReadBinaryMemory s(text.data(), text.size());
-            CReader r(s);
-        }, part);
+        expectFailure(
+            [&] {
+                CbStreamReadBinaryMemory s(text.data(), text.size());
+                CReader r(s);
+            },
+            part);
     }
 }
 
@@ -139,8 +146,9 @@ TEST(PlyCodecRequest, CallerMistakesAreInvalidArguments) {
 }
 
 TEST(PlyCodecRequest, ListCannotShareARequestWithScalars) {
-    std::string t = "ply\nformat ascii 1.0\nelement face 1\nproperty uchar flag\nproperty list uchar int vertex_indices\n"
-                    "end_header\n1 3 0 1 2\n";
+    std::string t =
+        "ply\nformat ascii 1.0\nelement face 1\nproperty uchar flag\nproperty list uchar int vertex_indices\n"
+        "end_header\n1 3 0 1 2\n";
     CbStreamReadBinaryMemory s(t.data(), t.size());
     CReader r(s);
     EXPECT_THROW(r.Request("face", {"flag", "vertex_indices"}, EType::eUInt32), std::invalid_argument);
@@ -238,8 +246,9 @@ TEST(PlyCodecRoundTrip, AsciiFloatsAreExactAcrossManyWindowRefills) {
 
 TEST(PlyCodecRead, HandBuiltBigEndianFileWithAPropertyBeforeTheList) {
     CPlyBytes b;
-    b.Text("ply\nformat binary_big_endian 1.0\nelement vertex 2\nproperty double x\nproperty short t\nproperty float y\n"
-           "element face 2\nproperty uchar intensity\nproperty list ushort int vertex_indices\nend_header\n");
+    b.Text(
+        "ply\nformat binary_big_endian 1.0\nelement vertex 2\nproperty double x\nproperty short t\nproperty float y\n"
+        "element face 2\nproperty uchar intensity\nproperty list ushort int vertex_indices\nend_header\n");
     b.Be(1.5).Be<int16_t>(-2).Be(2.25f);
     b.Be(-3.0).Be<int16_t>(300).Be(4.5f);
     b.Be<uint8_t>(9).Be<uint16_t>(3).Be<int32_t>(0).Be<int32_t>(1).Be<int32_t>(0);
@@ -283,24 +292,27 @@ TEST(PlyCodecRead, UnrequestedElementsAndPropertiesAreSkippedInEveryEncoding) {
 
 TEST(PlyCodecRead, ValuesThatDoNotFitTheRequestedTypeFail) {
     const std::string head = "ply\nformat ascii 1.0\nelement v 2\nproperty int a\nend_header\n";
-    expectFailure([&] { readOne(head + "5\n-1\n", "v", {"a"}, EType::eUInt32); }, "row 1 (line 7)");
-    expectFailure([&] { readOne(head + "5\n256\n", "v", {"a"}, EType::eUInt8); }, "does not fit uchar");
-    expectFailure([&] { readOne(head + "5\n1.5\n", "v", {"a"}, EType::eInt32); }, "bad int value \"1.5\"");
-    expectFailure([&] { readOne(head + "5\nfive\n", "v", {"a"}, EType::eInt32); }, "bad int value \"five\"");
-    expectFailure([&] { readOne(head + "5\n3000000000\n", "v", {"a"}, EType::eFloat64); }, "bad int value");
+    expectFailure([&] { readOne(head + "5\n-1\n", "v", {"a"}, EType::eUInt32); },
+                  "row 1 (line 7): bad value \"-1\" of a (declared int, read as uint)");
+    expectFailure([&] { readOne(head + "5\n256\n", "v", {"a"}, EType::eUInt8); }, "read as uchar");
+    expectFailure([&] { readOne(head + "5\n1.5\n", "v", {"a"}, EType::eInt32); }, "bad value \"1.5\"");
+    expectFailure([&] { readOne(head + "5\nfive\n", "v", {"a"}, EType::eInt32); }, "bad value \"five\"");
+    expectFailure([&] { readOne(head + "5\n3000000000\n", "v", {"a"}, EType::eFloat64); }, "bad value \"3000000000\"");
     const std::string uc = "ply\nformat ascii 1.0\nelement v 1\nproperty uchar a\nend_header\n";
-    expectFailure([&] { readOne(uc + "300\n", "v", {"a"}, EType::eUInt32); }, "bad uchar value");
+    expectFailure([&] { readOne(uc + "300\n", "v", {"a"}, EType::eUInt32); }, "declared uchar, read as uint");
     // A float into an integer must be integral.
     const std::string fl = "ply\nformat ascii 1.0\nelement v 2\nproperty float a\nend_header\n";
-    EXPECT_EQ(valuesOf<uint32_t>(*readOne(fl + "4.0\n+7\n", "v", {"a"}, EType::eUInt32)), (std::vector<uint32_t>{4, 7}));
-    expectFailure([&] { readOne(fl + "4\n7.25\n", "v", {"a"}, EType::eUInt32); }, "does not fit uint");
-    expectFailure([&] { readOne(fl + "4\nnan\n", "v", {"a"}, EType::eUInt32); }, "does not fit uint");
+    EXPECT_EQ(valuesOf<uint32_t>(*readOne(fl + "4.0\n+7\n", "v", {"a"}, EType::eUInt32)),
+              (std::vector<uint32_t>{4, 7}));
+    expectFailure([&] { readOne(fl + "4\n7.25\n", "v", {"a"}, EType::eUInt32); },
+                  "bad value \"7.25\" of a (declared float, read as uint)");
+    expectFailure([&] { readOne(fl + "4\nnan\n", "v", {"a"}, EType::eUInt32); }, "bad value \"nan\"");
     // Binary: a negative int index asked for as unsigned, both through the block path
     // (list alone) and through the converting path (list beside a scalar).
     for (bool withScalar : {false, true}) {
         CPlyBytes b;
-        b.Text(std::string("ply\nformat binary_little_endian 1.0\nelement face 2\n") + (withScalar ? "property uchar f\n" : "") +
-               "property list uchar int vertex_indices\nend_header\n");
+        b.Text(std::string("ply\nformat binary_little_endian 1.0\nelement face 2\n") +
+               (withScalar ? "property uchar f\n" : "") + "property list uchar int vertex_indices\nend_header\n");
         for (int32_t v : {0, 1, 2, 0, -5, 1}) {
             if (v == 0 && withScalar) b.Le<uint8_t>(0);
             if (v == 0) b.Le<uint8_t>(3);
@@ -311,12 +323,14 @@ TEST(PlyCodecRead, ValuesThatDoNotFitTheRequestedTypeFail) {
 }
 
 TEST(PlyCodecRead, FixedListLengthIsEnforcedAndFreeListsKeepTheirLengths) {
-    const std::string head = "ply\nformat ascii 1.0\nelement face 2\nproperty list uchar int vertex_indices\nend_header\n";
+    const std::string head =
+        "ply\nformat ascii 1.0\nelement face 2\nproperty list uchar int vertex_indices\nend_header\n";
     expectFailure([&] { readOne(head + "3 0 1 2\n4 0 1 2 3\n", "face", {"vertex_indices"}, EType::eUInt32, 3); },
                   "has 4 values, expected 3");
     // Three rows where a fixed length would need four tokens each cannot be in 20 bytes.
-    const std::string ascii = "ply\nformat ascii 1.0\nelement face 3\nproperty list uchar int vertex_indices\nend_header\n"
-                              "3 0 1 2\n4 0 1 2 3\n0\n";
+    const std::string ascii =
+        "ply\nformat ascii 1.0\nelement face 3\nproperty list uchar int vertex_indices\nend_header\n"
+        "3 0 1 2\n4 0 1 2 3\n0\n";
     expectFailure([&] { readOne(ascii, "face", {"vertex_indices"}, EType::eUInt32, 3); }, "bytes are left");
     auto free = readOne(ascii, "face", {"vertex_indices"}, EType::eInt32);
     EXPECT_EQ(free->listCounts, (std::vector<uint32_t>{3, 4, 0}));
@@ -326,7 +340,9 @@ TEST(PlyCodecRead, FixedListLengthIsEnforcedAndFreeListsKeepTheirLengths) {
         CPlyBytes b;
         b.Text(std::string("ply\nformat binary_little_endian 1.0\nelement face 2\nproperty list ") + NameOf(countType) +
                " uint vertex_indices\nend_header\n");
-        auto count = [&](int n) { countType == EType::eUInt8 ? (void)b.Le<uint8_t>(uint8_t(n)) : (void)b.Le<int32_t>(n); };
+        auto count = [&](int n) {
+            countType == EType::eUInt8 ? (void)b.Le<uint8_t>(uint8_t(n)) : (void)b.Le<int32_t>(n);
+        };
         count(3);
         b.Le(0u).Le(1u).Le(2u);
         count(4);
@@ -334,7 +350,8 @@ TEST(PlyCodecRead, FixedListLengthIsEnforcedAndFreeListsKeepTheirLengths) {
         expectFailure([&] { readOne(b.Str(), "face", {"vertex_indices"}, EType::eUInt32, 3); }, "has 4 values");
     }
     CPlyBytes neg;
-    neg.Text("ply\nformat binary_little_endian 1.0\nelement face 1\nproperty list int uint vertex_indices\nend_header\n");
+    neg.Text(
+        "ply\nformat binary_little_endian 1.0\nelement face 1\nproperty list int uint vertex_indices\nend_header\n");
     neg.Le<int32_t>(-3).Le(0u).Le(1u).Le(2u);
     expectFailure([&] { readOne(neg.Str(), "face", {"vertex_indices"}, EType::eUInt32, 3); }, "negative length");
     expectFailure([&] { readOne(neg.Str(), "face", {"vertex_indices"}, EType::eUInt32); }, "negative length");
@@ -370,12 +387,15 @@ TEST(PlyCodecHostile, EveryTruncationFailsCleanly) {
 TEST(PlyCodecHostile, LyingCountsFailBeforeAllocating) {
     // Four billion rows claimed, a few bytes present: rejected from the size check alone.
     const std::string huge = "ply\nformat binary_little_endian 1.0\nelement vertex 4000000000\nproperty double x\n"
-                             "property double y\nend_header\n" + std::string(64, '\0');
+                             "property double y\nend_header\n" +
+                             std::string(64, '\0');
     expectFailure([&] { readOne(huge, "vertex", {"x", "y"}, EType::eFloat64); }, "bytes are left");
     const std::string list = "ply\nformat binary_little_endian 1.0\nelement face 4000000000\n"
-                             "property list uchar uint vertex_indices\nend_header\n" + std::string(64, '\3');
+                             "property list uchar uint vertex_indices\nend_header\n" +
+                             std::string(64, '\3');
     expectFailure([&] { readOne(list, "face", {"vertex_indices"}, EType::eUInt32, 3); }, "bytes are left");
-    const std::string text = "ply\nformat ascii 1.0\nelement vertex 18446744073709551615\nproperty float x\nend_header\n1\n";
+    const std::string text =
+        "ply\nformat ascii 1.0\nelement vertex 18446744073709551615\nproperty float x\nend_header\n1\n";
     expectFailure([&] { readOne(text, "vertex", {"x"}, EType::eFloat32); }, "");
     // A stream that cannot tell its size grows buffers only with the rows it really has.
     // The body is larger than the reader's window so the end is not yet in sight.
@@ -386,12 +406,14 @@ TEST(PlyCodecHostile, LyingCountsFailBeforeAllocating) {
     EXPECT_LE(b->bytes.capacity(), size_t(4) << 20);
     // A long list length that is not backed by bytes, in a free-length request.
     CPlyBytes b2;
-    b2.Text("ply\nformat binary_little_endian 1.0\nelement face 1\nproperty list uint double vertex_indices\nend_header\n");
+    b2.Text(
+        "ply\nformat binary_little_endian 1.0\nelement face 1\nproperty list uint double vertex_indices\nend_header\n");
     b2.Le<uint32_t>(0xFFFFFFFFu).Le(1.0);
     expectFailure([&] { readOne(b2.Str(), "face", {"vertex_indices"}, EType::eFloat64); }, "unexpected end of file");
     // Rows without properties claim nothing and read nothing.
-    const std::string empty = "ply\nformat ascii 1.0\nelement nothing 18446744073709551615\nelement v 1\nproperty float x\n"
-                              "end_header\n2.5\n";
+    const std::string empty =
+        "ply\nformat ascii 1.0\nelement nothing 18446744073709551615\nelement v 1\nproperty float x\n"
+        "end_header\n2.5\n";
     EXPECT_EQ(valuesOf<float>(*readOne(empty, "v", {"x"}, EType::eFloat32)), std::vector<float>{2.5f});
 }
 
@@ -429,9 +451,12 @@ TEST(PlyCodecWriter, CallerMistakesAreInvalidArguments) {
     EXPECT_THROW(w.AddProperties("vertex", {"bad name"}, EType::eFloat32, 6, v.data()), std::invalid_argument);
     EXPECT_THROW(w.AddProperties("vertex", {"y"}, EType::eNone, 6, v.data()), std::invalid_argument);
     EXPECT_THROW(w.AddProperties("vertex", {"y"}, EType::eFloat32, 6, nullptr), std::invalid_argument);
-    EXPECT_THROW(w.AddProperties("face", {"i"}, EType::eUInt32, 1, v.data(), EType::eUInt8, 256), std::invalid_argument);
-    EXPECT_THROW(w.AddProperties("face", {"i"}, EType::eUInt32, 1, v.data(), EType::eFloat32, 3), std::invalid_argument);
-    EXPECT_THROW(w.AddProperties("face", {"i", "j"}, EType::eUInt32, 1, v.data(), EType::eUInt8, 3), std::invalid_argument);
+    EXPECT_THROW(w.AddProperties("face", {"i"}, EType::eUInt32, 1, v.data(), EType::eUInt8, 256),
+                 std::invalid_argument);
+    EXPECT_THROW(w.AddProperties("face", {"i"}, EType::eUInt32, 1, v.data(), EType::eFloat32, 3),
+                 std::invalid_argument);
+    EXPECT_THROW(w.AddProperties("face", {"i", "j"}, EType::eUInt32, 1, v.data(), EType::eUInt8, 3),
+                 std::invalid_argument);
     w.AddComment("two\nlines");
     CbStreamWriteBinaryMemory out;
     EXPECT_THROW(w.Write(out, EFormat::eAscii), std::invalid_argument);

@@ -46,11 +46,11 @@ struct SElement {
 
 // The values of one request, filled by CReader::Read.
 struct SBuffer {
-    EType type = EType::eNone;     // type of the values in `bytes`: the type asked for
-    EType fileType = EType::eNone; // declared type of the properties (eNone when they differ)
-    uint64_t count = 0;            // rows read
-    uint32_t valuesPerRow = 0;     // properties asked for, or the fixed list length; 0 for free lists
-    std::vector<uint8_t> bytes;    // row after row, values in the order asked for
+    EType type = EType::eNone;        // type of the values in `bytes`: the type asked for
+    EType fileType = EType::eNone;    // declared type of the properties (eNone when they differ)
+    uint64_t count = 0;               // rows read
+    uint32_t valuesPerRow = 0;        // properties asked for, or the fixed list length; 0 for free lists
+    std::vector<uint8_t> bytes;       // row after row, values in the order asked for
     std::vector<uint32_t> listCounts; // per row, for lists of free length only
 };
 
@@ -79,8 +79,8 @@ public:
     // list, `listSize` > 0 fixes the length of every row (other lengths fail in Read) and 0
     // accepts any length. Throws std::invalid_argument for a missing element or property, a
     // property asked for twice, a mix of lists and scalars, or a call after Read().
-    std::shared_ptr<SBuffer> Request(std::string_view element, const std::vector<std::string>& properties,
-                                     EType type, uint32_t listSize = 0);
+    std::shared_ptr<SBuffer> Request(std::string_view element, const std::vector<std::string>& properties, EType type,
+                                     uint32_t listSize = 0);
 
     // Decodes the body into the requested buffers. Throws std::runtime_error for a truncated
     // or malformed body, a value that does not fit the type asked for, or a list of the wrong
@@ -126,10 +126,10 @@ public:
     struct SColumn {
         const uint8_t* data;
         EType type;
-        uint32_t stride;  // values per row in `data`
-        uint32_t column;  // first value of this property within a row
-        uint32_t values;  // 1 for a scalar, listSize for a list
-        EType countType;  // eNone for a scalar
+        uint32_t stride; // values per row in `data`
+        uint32_t column; // first value of this property within a row
+        uint32_t values; // 1 for a scalar, listSize for a list
+        EType countType; // eNone for a scalar
     };
     struct SOutElement {
         std::string name;

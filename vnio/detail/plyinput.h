@@ -62,14 +62,16 @@ public:
     // where a token was. Only the bytes dropped from the window are counted as it moves.
     void TrackLines(bool on) { m_trackLines = on; }
     uint64_t LineOf(const uint8_t* p) const {
-        return 1 + m_lines + static_cast<uint64_t>(std::count(static_cast<const uint8_t*>(m_buffer.data()), p, uint8_t('\n')));
+        return 1 + m_lines +
+               static_cast<uint64_t>(std::count(static_cast<const uint8_t*>(m_buffer.data()), p, uint8_t('\n')));
     }
 
 private:
     void refill(size_t want) {
         size_t keep = Available();
         uint8_t* base = m_buffer.data();
-        if (m_trackLines) m_lines += static_cast<uint64_t>(std::count(static_cast<const uint8_t*>(base), m_pos, uint8_t('\n')));
+        if (m_trackLines)
+            m_lines += static_cast<uint64_t>(std::count(static_cast<const uint8_t*>(base), m_pos, uint8_t('\n')));
         m_base += static_cast<uint64_t>(m_pos - base);
         if (keep && m_pos != base) std::memmove(base, m_pos, keep);
         if (m_buffer.size() < want) {

@@ -19,10 +19,22 @@ struct STypeName {
 };
 // The first spelling of each type is the one written.
 constexpr std::array<STypeName, 16> kTypeNames{{
-    {"char", EType::eInt8},     {"uchar", EType::eUInt8},     {"short", EType::eInt16},   {"ushort", EType::eUInt16},
-    {"int", EType::eInt32},     {"uint", EType::eUInt32},     {"float", EType::eFloat32}, {"double", EType::eFloat64},
-    {"int8", EType::eInt8},     {"uint8", EType::eUInt8},     {"int16", EType::eInt16},   {"uint16", EType::eUInt16},
-    {"int32", EType::eInt32},   {"uint32", EType::eUInt32},   {"float32", EType::eFloat32}, {"float64", EType::eFloat64},
+    {"char", EType::eInt8},
+    {"uchar", EType::eUInt8},
+    {"short", EType::eInt16},
+    {"ushort", EType::eUInt16},
+    {"int", EType::eInt32},
+    {"uint", EType::eUInt32},
+    {"float", EType::eFloat32},
+    {"double", EType::eFloat64},
+    {"int8", EType::eInt8},
+    {"uint8", EType::eUInt8},
+    {"int16", EType::eInt16},
+    {"uint16", EType::eUInt16},
+    {"int32", EType::eInt32},
+    {"uint32", EType::eUInt32},
+    {"float32", EType::eFloat32},
+    {"float64", EType::eFloat64},
 }};
 
 // A header line is short; anything longer is not a PLY header.
@@ -55,9 +67,13 @@ std::string restOf(std::string_view line, std::string_view keyword) {
 
 size_t SizeOf(EType type) {
     switch (type) {
-    case EType::eInt8: case EType::eUInt8: return 1;
-    case EType::eInt16: case EType::eUInt16: return 2;
-    case EType::eInt32: case EType::eUInt32: case EType::eFloat32: return 4;
+    case EType::eInt8:
+    case EType::eUInt8: return 1;
+    case EType::eInt16:
+    case EType::eUInt16: return 2;
+    case EType::eInt32:
+    case EType::eUInt32:
+    case EType::eFloat32: return 4;
     case EType::eFloat64: return 8;
     case EType::eNone: break;
     }
@@ -134,10 +150,14 @@ void CReader::parseHeader() {
         if (key == "format") {
             if (haveFormat) fail(lineNo, "second format line");
             if (w.size() != 3) fail(lineNo, "format line needs a format and a version");
-            if (w[1] == "ascii") m_format = EFormat::eAscii;
-            else if (w[1] == "binary_little_endian") m_format = EFormat::eBinaryLittleEndian;
-            else if (w[1] == "binary_big_endian") m_format = EFormat::eBinaryBigEndian;
-            else fail(lineNo, "unknown format \"" + std::string(w[1]) + "\"");
+            if (w[1] == "ascii")
+                m_format = EFormat::eAscii;
+            else if (w[1] == "binary_little_endian")
+                m_format = EFormat::eBinaryLittleEndian;
+            else if (w[1] == "binary_big_endian")
+                m_format = EFormat::eBinaryBigEndian;
+            else
+                fail(lineNo, "unknown format \"" + std::string(w[1]) + "\"");
             if (w[2] != "1.0" && w[2] != "1") fail(lineNo, "unsupported version \"" + std::string(w[2]) + "\"");
             haveFormat = true;
         } else if (key == "comment") {
@@ -160,7 +180,8 @@ void CReader::parseHeader() {
                 p.countType = ParseType(w[2]);
                 p.type = ParseType(w[3]);
                 p.name = std::string(w[4]);
-                if (!IsInteger(p.countType)) fail(lineNo, "list count type \"" + std::string(w[2]) + "\" is not an integer type");
+                if (!IsInteger(p.countType))
+                    fail(lineNo, "list count type \"" + std::string(w[2]) + "\" is not an integer type");
                 if (p.type == EType::eNone) fail(lineNo, "unknown type \"" + std::string(w[3]) + "\"");
             } else {
                 if (w.size() != 3) fail(lineNo, "property line needs a type and a name");

@@ -59,14 +59,12 @@ struct SElementPlan {
     throw std::runtime_error("PLY element " + e.name + " row " + std::to_string(row) + " (" + where + "): " + what);
 }
 
-std::string valueText(const SProperty& p, EType out) {
-    return "a value of " + p.name + " does not fit " + NameOf(out);
-}
+std::string valueText(const SProperty& p, EType out) { return "a value of " + p.name + " does not fit " + NameOf(out); }
 
 // Slots and sinks of one element; checks that the declared rows can be in the bytes left
 // before any buffer is sized from the count.
-SElementPlan planElement(const SElement& e, size_t elementIndex, std::vector<std::unique_ptr<CReader::SRequest>>& requests,
-                         bool ascii, uint64_t bytesLeft) {
+SElementPlan planElement(const SElement& e, size_t elementIndex,
+                         std::vector<std::unique_ptr<CReader::SRequest>>& requests, bool ascii, uint64_t bytesLeft) {
     SElementPlan plan;
     plan.slots.resize(e.properties.size());
     for (size_t i = 0; i < e.properties.size(); ++i) {
@@ -92,19 +90,23 @@ SElementPlan planElement(const SElement& e, size_t elementIndex, std::vector<std
     uint64_t minRow = 0;
     for (const CReader::SSlot& s : plan.slots) {
         uint64_t fixedList = (s.countType != EType::eNone && s.sink >= 0) ? plan.sinks[s.sink].request->listSize : 0;
-        if (ascii) minRow += 2 * (1 + fixedList);
-        else if (s.countType == EType::eNone) minRow += SizeOf(s.type);
-        else minRow += SizeOf(s.countType) + fixedList * SizeOf(s.type);
+        if (ascii)
+            minRow += 2 * (1 + fixedList);
+        else if (s.countType == EType::eNone)
+            minRow += SizeOf(s.type);
+        else
+            minRow += SizeOf(s.countType) + fixedList * SizeOf(s.type);
     }
     if (minRow && e.count > std::numeric_limits<uint64_t>::max() / minRow)
-        throw std::runtime_error("PLY element " + e.name + " declares an impossible row count " + std::to_string(e.count));
+        throw std::runtime_error("PLY element " + e.name + " declares an impossible row count " +
+                                 std::to_string(e.count));
     bool known = bytesLeft != CbStreamRead::kUnknownSize;
     // The last text token may go without a separator.
     uint64_t room = known && ascii ? bytesLeft + 1 : bytesLeft;
     if (known && minRow && e.count > room / minRow)
-        throw std::runtime_error("PLY element " + e.name + " declares " + std::to_string(e.count) + " rows of at least " +
-                                 std::to_string(minRow) + " bytes, but only " + std::to_string(bytesLeft) +
-                                 " bytes are left");
+        throw std::runtime_error("PLY element " + e.name + " declares " + std::to_string(e.count) +
+                                 " rows of at least " + std::to_string(minRow) + " bytes, but only " +
+                                 std::to_string(bytesLeft) + " bytes are left");
     for (SSink& s : plan.sinks) {
         s.buffer->bytes.clear();
         s.buffer->listCounts.clear();
@@ -156,12 +158,17 @@ public:
         m_p = r.ptr;
         return true;
     }
-    std::string Where() const { return "line " + std::to_string(m_in.LineOf(reinterpret_cast<const uint8_t*>(m_p))); }
-    std::string Token() const {
-        const char* e = m_p;
-        while (e < m_limit && !isSep(*e) && e - m_p < 40) ++e;
+    // The cursor, to name a token in a message after it has been consumed.
+    const char* Mark() const { return m_p; }
+    std::string Where() const { return Where(m_p); }
+    std::string Where(const char* at) const {
+        return "line " + std::to_string(m_in.LineOf(reinterpret_cast<const uint8_t*>(at)));
+    }
+    std::string Token(const char* at) const {
+        const char* e = at;
+        while (e < m_limit && !isSep(*e) && e - at < 40) ++e;
         std::string quoted(1, '"');
-        quoted.append(m_p, static_cast<size_t>(e - m_p));
+        quoted.append(at, static_cast<size_t>(e - at));
         quoted += '"';
         return quoted;
     }
@@ -177,7 +184,8 @@ private:
     }
     bool refill() {
         m_in.SetPos(reinterpret_cast<const uint8_t*>(m_p));
-        if (m_in.Available() > kMaxToken) throw std::runtime_error("PLY " + Where() + ": token longer than " + std::to_string(kMaxToken) + " bytes");
+        if (m_in.Available() > kMaxToken)
+            throw std::runtime_error("PLY " + Where() + ": token longer than " + std::to_string(kMaxToken) + " bytes");
         bool more = m_in.More();
         sync();
         return more || m_p < m_limit;
@@ -187,6 +195,13 @@ private:
     const char* m_p = nullptr;
     const char* m_limit = nullptr;
 };
+
+[[noreturn]] void badValue(const CTokens& t, const char* at, const SElement& e, const SProperty& p, uint64_t row,
+                           EType out) {
+    bodyError(e, row, t.Where(at),
+              "bad value " + t.Token(at) + " of " + p.name + " (declared " + NameOf(p.type) + ", read as " +
+                  NameOf(out) + ")");
+}
 
 // Parses one text value declared as `file` and stores it as `out` at `dst`.
 bool parseAsciiValue(CTokens& t, EType file, EType out, uint8_t* dst) {
@@ -262,13 +277,13 @@ void CReader::readAscii(size_t last) {
                     }
                     SSink& k = plan.sinks[s.sink];
                     uint8_t* dst = k.Row(row) + s.column * k.valueSize;
-                    if (!parseAsciiValue(t, s.type, k.request->type, dst))
-                        bodyError(e, row, t.Where(), "bad " + std::string(NameOf(s.type)) + " value " + t.Token() + " of " + p.name +
-                                                         " (or it does not fit " + NameOf(k.request->type) + ")");
+                    const char* at = t.Mark();
+                    if (!parseAsciiValue(t, s.type, k.request->type, dst)) badValue(t, at, e, p, row, k.request->type);
                     continue;
                 }
                 uint64_t n;
-                if (!parseAsciiCount(t, s.countType, n)) bodyError(e, row, t.Where(), "bad list length " + t.Token() + " of " + p.name);
+                if (!parseAsciiCount(t, s.countType, n))
+                    bodyError(e, row, t.Where(), "bad list length " + t.Token(t.Mark()) + " of " + p.name);
                 if (s.sink < 0) {
                     for (uint64_t j = 0; j < n; ++j) {
                         need(row);
@@ -279,7 +294,9 @@ void CReader::readAscii(size_t last) {
                 SSink& k = plan.sinks[s.sink];
                 uint32_t fixed = k.request->listSize;
                 if (fixed && n != fixed)
-                    bodyError(e, row, t.Where(), "list " + p.name + " has " + std::to_string(n) + " values, expected " + std::to_string(fixed));
+                    bodyError(e, row, t.Where(),
+                              "list " + p.name + " has " + std::to_string(n) + " values, expected " +
+                                  std::to_string(fixed));
                 if (!fixed) k.buffer->listCounts.push_back(static_cast<uint32_t>(n));
                 for (uint64_t j = 0; j < n; ++j) {
                     need(row);
@@ -293,9 +310,8 @@ void CReader::readAscii(size_t last) {
                         k.buffer->bytes.resize(at + k.valueSize);
                         dst = k.buffer->bytes.data() + at;
                     }
-                    if (!parseAsciiValue(t, s.type, k.request->type, dst))
-                        bodyError(e, row, t.Where(), "bad " + std::string(NameOf(s.type)) + " value " + t.Token() + " in list " + p.name +
-                                                         " (or it does not fit " + NameOf(k.request->type) + ")");
+                    const char* at = t.Mark();
+                    if (!parseAsciiValue(t, s.type, k.request->type, dst)) badValue(t, at, e, p, row, k.request->type);
                 }
             }
         }
@@ -337,8 +353,10 @@ std::string byteWhere(const CInput& in, const uint8_t* p) { return "byte offset 
 inline bool loadCount(EType type, const uint8_t* p, bool swap, uint64_t& n) {
     uint8_t tmp[8];
     size_t size = SizeOf(type);
-    if (swap) SwapInto(p, size, tmp);
-    else std::memcpy(tmp, p, size);
+    if (swap)
+        SwapInto(p, size, tmp);
+    else
+        std::memcpy(tmp, p, size);
     double d = LoadAsDouble(type, tmp);
     if (!(d >= 0)) return false;
     n = static_cast<uint64_t>(d);
@@ -358,8 +376,10 @@ void readListBlock(CInput& in, const SElement& e, SSink& k, bool signCheck) {
     const size_t rowSize = countSize + values;
     auto badCount = [&](uint64_t row, const uint8_t* at) {
         uint64_t n = 0;
-        if (!loadCount(p.countType, at, false, n)) bodyError(e, row, byteWhere(in, at), "negative length of list " + p.name);
-        bodyError(e, row, byteWhere(in, at), "list " + p.name + " has " + std::to_string(n) + " values, expected " + std::to_string(expected));
+        if (!loadCount(p.countType, at, false, n))
+            bodyError(e, row, byteWhere(in, at), "negative length of list " + p.name);
+        bodyError(e, row, byteWhere(in, at),
+                  "list " + p.name + " has " + std::to_string(n) + " values, expected " + std::to_string(expected));
     };
     auto countOk = [&](const uint8_t* at) {
         if (countSize == 1) return *at == expected;
@@ -401,7 +421,8 @@ void CReader::readBinary(size_t last) {
         const SElement& e = m_elements[ei];
         if (e.properties.empty() || e.count == 0) continue;
         SElementPlan plan = planElement(e, ei, m_requests, false, in.BytesLeft());
-        bool scalarRows = std::none_of(e.properties.begin(), e.properties.end(), [](const SProperty& p) { return p.IsList(); });
+        bool scalarRows =
+            std::none_of(e.properties.begin(), e.properties.end(), [](const SProperty& p) { return p.IsList(); });
         size_t rowSize = 0;
         for (const SProperty& p : e.properties) rowSize += p.IsList() ? 0 : SizeOf(p.type);
 
@@ -424,7 +445,8 @@ void CReader::readBinary(size_t last) {
                     const SSink& k = plan.sinks[s.sink];
                     if (k.request->type != s.type) block = false;
                     size_t dst = s.column * k.valueSize;
-                    if (!copies.empty() && copies.back().sink == s.sink && copies.back().src + copies.back().size == offset &&
+                    if (!copies.empty() && copies.back().sink == s.sink &&
+                        copies.back().src + copies.back().size == offset &&
                         copies.back().dst + copies.back().size == dst)
                         copies.back().size += size;
                     else
@@ -470,11 +492,14 @@ void CReader::readBinary(size_t last) {
                     const SProperty& p = e.properties[pi];
                     const size_t size = SizeOf(s.type);
                     if (s.countType == EType::eNone) {
-                        if (in.Require(size) < size) bodyError(e, row, byteWhere(in, in.Pos()), "unexpected end of file");
+                        if (in.Require(size) < size)
+                            bodyError(e, row, byteWhere(in, in.Pos()), "unexpected end of file");
                         if (s.sink >= 0) {
                             SSink& k = plan.sinks[s.sink];
-                            if (swap) SwapInto(in.Pos(), size, tmp);
-                            else std::memcpy(tmp, in.Pos(), size);
+                            if (swap)
+                                SwapInto(in.Pos(), size, tmp);
+                            else
+                                std::memcpy(tmp, in.Pos(), size);
                             if (!ConvertValue(s.type, tmp, k.request->type, k.Row(row) + s.column * k.valueSize))
                                 bodyError(e, row, byteWhere(in, in.Pos()), valueText(p, k.request->type));
                         }
@@ -482,25 +507,29 @@ void CReader::readBinary(size_t last) {
                         continue;
                     }
                     const size_t countSize = SizeOf(s.countType);
-                    if (in.Require(countSize) < countSize) bodyError(e, row, byteWhere(in, in.Pos()), "unexpected end of file");
+                    if (in.Require(countSize) < countSize)
+                        bodyError(e, row, byteWhere(in, in.Pos()), "unexpected end of file");
                     uint64_t n;
                     if (!loadCount(s.countType, in.Pos(), swap, n))
                         bodyError(e, row, byteWhere(in, in.Pos()), "negative length of list " + p.name);
                     in.Advance(countSize);
                     if (s.sink < 0) {
-                        if (in.Skip(n * size) != n * size) bodyError(e, row, byteWhere(in, in.Pos()), "unexpected end of file");
+                        if (in.Skip(n * size) != n * size)
+                            bodyError(e, row, byteWhere(in, in.Pos()), "unexpected end of file");
                         continue;
                     }
                     SSink& k = plan.sinks[s.sink];
                     const uint32_t fixed = k.request->listSize;
                     if (fixed && n != fixed)
                         bodyError(e, row, byteWhere(in, in.Pos() - countSize),
-                                  "list " + p.name + " has " + std::to_string(n) + " values, expected " + std::to_string(fixed));
+                                  "list " + p.name + " has " + std::to_string(n) + " values, expected " +
+                                      std::to_string(fixed));
                     if (!fixed) k.buffer->listCounts.push_back(static_cast<uint32_t>(n));
                     // Same-width values of the right byte order go in one copy.
                     const bool direct = !swap && s.type == k.request->type;
                     for (uint64_t j = 0; j < n; ++j) {
-                        if (in.Require(size) < size) bodyError(e, row, byteWhere(in, in.Pos()), "unexpected end of file");
+                        if (in.Require(size) < size)
+                            bodyError(e, row, byteWhere(in, in.Pos()), "unexpected end of file");
                         uint8_t* dst;
                         if (fixed) {
                             dst = k.Row(row) + j * k.valueSize;
@@ -512,8 +541,10 @@ void CReader::readBinary(size_t last) {
                         if (direct) {
                             copySmall(dst, in.Pos(), size);
                         } else {
-                            if (swap) SwapInto(in.Pos(), size, tmp);
-                            else std::memcpy(tmp, in.Pos(), size);
+                            if (swap)
+                                SwapInto(in.Pos(), size, tmp);
+                            else
+                                std::memcpy(tmp, in.Pos(), size);
                             if (!ConvertValue(s.type, tmp, k.request->type, dst))
                                 bodyError(e, row, byteWhere(in, in.Pos()), valueText(p, k.request->type));
                         }

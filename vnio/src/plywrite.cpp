@@ -90,9 +90,11 @@ void CWriter::AddProperties(std::string_view element, const std::vector<std::str
         if (names.size() != 1) throw std::invalid_argument("PLY list properties are added one at a time");
         uint8_t tmp[8];
         if (!IsInteger(listCountType) || !StoreFromDouble(listCountType, listSize, tmp))
-            throw std::invalid_argument("PLY list length " + std::to_string(listSize) + " does not fit " + NameOf(listCountType));
+            throw std::invalid_argument("PLY list length " + std::to_string(listSize) + " does not fit " +
+                                        NameOf(listCountType));
     }
-    auto it = std::find_if(m_elements.begin(), m_elements.end(), [&](const SOutElement& e) { return e.name == element; });
+    auto it =
+        std::find_if(m_elements.begin(), m_elements.end(), [&](const SOutElement& e) { return e.name == element; });
     if (it == m_elements.end()) {
         if (element.empty() || element.find_first_of(" \t\r\n") != std::string_view::npos)
             throw std::invalid_argument("PLY element name \"" + std::string(element) + "\" is not a word");
@@ -126,7 +128,9 @@ void CWriter::AddProperties(std::string_view element, const std::vector<std::str
 
 std::string CWriter::header(EFormat format) const {
     std::string h = "ply\nformat ";
-    h += format == EFormat::eAscii ? "ascii" : format == EFormat::eBinaryLittleEndian ? "binary_little_endian" : "binary_big_endian";
+    h += format == EFormat::eAscii                ? "ascii"
+         : format == EFormat::eBinaryLittleEndian ? "binary_little_endian"
+                                                  : "binary_big_endian";
     h += " 1.0\n";
     for (const std::string& c : m_comments) h += "comment " + c + "\n";
     for (const std::string& o : m_objInfo) h += "obj_info " + o + "\n";
@@ -150,8 +154,10 @@ void CWriter::Write(CbStreamWrite& out, EFormat format) const {
     std::string h = header(format);
     out.WriteBuffer(h.data(), h.size());
     for (const SOutElement& e : m_elements) {
-        if (format == EFormat::eAscii) writeAsciiElement(out, e);
-        else writeBinaryElement(out, e, format == EFormat::eBinaryBigEndian);
+        if (format == EFormat::eAscii)
+            writeAsciiElement(out, e);
+        else
+            writeBinaryElement(out, e, format == EFormat::eBinaryBigEndian);
     }
 }
 
@@ -216,8 +222,10 @@ void CWriter::writeBinaryElement(CbStreamWrite& out, const SOutElement& e, bool 
             k.size = SizeOf(c.countType);
             uint8_t tmp[8];
             StoreFromDouble(c.countType, c.values, tmp);
-            if (swap) SwapInto(tmp, k.size, k.constant);
-            else std::memcpy(k.constant, tmp, k.size);
+            if (swap)
+                SwapInto(tmp, k.size, k.constant);
+            else
+                std::memcpy(k.constant, tmp, k.size);
             pieces.push_back(k);
             rowSize += k.size;
         }
@@ -229,7 +237,8 @@ void CWriter::writeBinaryElement(CbStreamWrite& out, const SOutElement& e, bool 
         v.valueSize = size;
         // Neighbouring columns of the same rows merge into one copy.
         SPiece* prev = pieces.empty() ? nullptr : &pieces.back();
-        if (!swap && prev && prev->data == v.data && prev->rowBytes == v.rowBytes && prev->offset + prev->size == v.offset)
+        if (!swap && prev && prev->data == v.data && prev->rowBytes == v.rowBytes &&
+            prev->offset + prev->size == v.offset)
             prev->size += v.size;
         else
             pieces.push_back(v);

@@ -94,7 +94,8 @@ CTriangulation ReadMesh(CbStreamRead& stream) {
         if (allBytes(ply, {"red", "green", "blue", "alpha"}))
             colors = ply.Request("vertex", {"red", "green", "blue", "alpha"}, EType::eUInt8);
     } else if (hasAll(ply, "vertex", {"red", "green", "blue"})) {
-        if (allBytes(ply, {"red", "green", "blue"})) colors = ply.Request("vertex", {"red", "green", "blue"}, EType::eUInt8);
+        if (allBytes(ply, {"red", "green", "blue"}))
+            colors = ply.Request("vertex", {"red", "green", "blue"}, EType::eUInt8);
     }
     ply.Read();
     if (!positions || !faces || positions->count == 0 || faces->count == 0) return CTriangulation();
@@ -109,13 +110,15 @@ CTriangulation ReadMesh(CbStreamRead& stream) {
     for (uint32_t f = 0; f < t; ++f)
         for (uint32_t index : corners[f])
             if (index >= v)
-                throw std::runtime_error("PLY face " + std::to_string(f) + " refers to vertex " + std::to_string(index) +
-                                         ", but there are only " + std::to_string(v) + " vertices");
+                throw std::runtime_error("PLY face " + std::to_string(f) + " refers to vertex " +
+                                         std::to_string(index) + ", but there are only " + std::to_string(v) +
+                                         " vertices");
     std::vector<CbVector3f> points(v);
     std::memcpy(points.data(), positions->bytes.data(), sizeof(CbVector3f) * v);
     std::vector<uint8_t>().swap(positions->bytes);
 
-    CTriangulation mesh(v, t, SMemoryBlock<CbVector3f>(std::move(points)), SMemoryBlock<STriangleCorners>(std::move(corners)));
+    CTriangulation mesh(v, t, SMemoryBlock<CbVector3f>(std::move(points)),
+                        SMemoryBlock<STriangleCorners>(std::move(corners)));
     CVertexAttribute<CbVector3f> vertexNormals;
     if (normals && normals->count) {
         vertexNormals = GetOrCreateAttribute<CVertexRef, CbVector3f>(mesh, "normal");
@@ -191,7 +194,8 @@ void Write(const wchar_t* fileName, const CTriangulation& mesh, EOutputFormat fo
         if (format != eOutputFormatASCII && format != eOutputFormatBinary) VNPLY_THROW(CbException, c_Write);
         // Text and binary mode are the same here; the bytes decide the encoding.
         VnStreamWriteBinaryFile file(path.c_str());
-        out.writer.Write(file, format == eOutputFormatBinary ? VnPlyCodec::EFormat::eBinaryLittleEndian : VnPlyCodec::EFormat::eAscii);
+        out.writer.Write(file, format == eOutputFormatBinary ? VnPlyCodec::EFormat::eBinaryLittleEndian
+                                                             : VnPlyCodec::EFormat::eAscii);
         file.Flush();
     } catch (const CbExceptionStream&) {
         VNPLY_THROW(CbException, c_Write);
