@@ -399,6 +399,11 @@ bool VnSTLOld::Serialize(CbStreamReadBinary& stream, CbArray<VnTriangulationComp
         }
         for (int i = 0; ok && i < components.GetSize(); ++i) {
             SWork& target = work[static_cast<size_t>(i)];
+            // A mesh made here that took no record is empty and the join step has nothing to
+            // do on it; skipping it keeps a forged word (65535) from costing 65536 joins.
+            if (!target.mesh && components[i].created && components[i].mesh->GetTriangleCount() == 0 &&
+                components[i].mesh->GetVertexCount() == 0)
+                continue;
             if (!target.mesh) target = startWork(*components[i].mesh);
             ok = join(target.mesh->Get(), flags);
             if (ok) target.mesh->Commit();
