@@ -363,3 +363,15 @@ TEST(VnOFFRead, EveryTruncatedPrefixFailsCleanly) {
     VnOFF::Read(tempFile("prefix.off", bytes.substr(0, bytes.size() - 1)).c_str(), m);
     EXPECT_EQ(m.GetTriangleCount(), 4u);
 }
+
+TEST(VnOFFRead, SharedCorpusFileWithQuadsAndColoursIsRejectedAsNonTriangular) {
+    const fs::path file = fs::path(VNIO_SHARED_DATA_DIR) / "off" / "cube_face_colors_comments.off";
+    if (!fs::exists(file)) {
+        GTEST_SKIP() << "skipped: no mesh corpus file " << file;
+    }
+    // Comments, a comment behind a vertex and the edge count are read past; the first
+    // face is a quad.
+    CTriangulation m;
+    expectThrowLine<CbExceptionWrongFileVersion>([&] { VnOFF::Read(file.wstring().c_str(), m); }, 71, "VnOFF::Read");
+    EXPECT_EQ(m.GetVertexCount(), 0u);
+}

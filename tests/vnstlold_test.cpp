@@ -551,3 +551,31 @@ TEST(VnSTLOldWithVnSTL, FilesOfEitherWriterReadInTheOther) {
         }
     }
 }
+
+TEST(VnSTLOldWithVnSTL, SharedCorpusLoadsLikeTheModernReader) {
+    const fs::path dir = fs::path(VNIO_SHARED_DATA_DIR) / "stl";
+    if (!fs::is_directory(dir)) {
+        GTEST_SKIP() << "skipped: no mesh corpus at " << dir;
+    }
+    int files = 0;
+    for (const auto& entry : fs::directory_iterator(dir)) {
+        const CStringW path(entry.path().wstring());
+        // Flags 71 ask for the same join as these modern flags.
+        Geometry::CTriangulation modern;
+        const auto flags = VnSTL::eFlagCombine | VnSTL::eFlagCombineOption2 | VnSTL::eFlagCombineTolerance |
+                           VnSTL::eFlagVertexNormals;
+        bool modernBinary = false;
+        ASSERT_TRUE(VnSTL::Load(path, modern, flags, nullptr, nullptr, nullptr, &modernBinary)) << entry.path();
+        VnTriangulationDynamic legacy;
+        CStringW header;
+        bool legacyBinary = false;
+        ASSERT_TRUE(VnSTLOld::Load(path, legacy, header, legacyBinary)) << entry.path();
+        EXPECT_EQ(legacyBinary, modernBinary) << entry.path();
+        ASSERT_EQ(legacy.GetTriangleCount(), modern.GetTriangleCount()) << entry.path();
+        ASSERT_EQ(legacy.GetVertexCount(), modern.GetVertexCount()) << entry.path();
+        for (CVertexRef v = legacy.GetFirstVertex(); v != Geometry::c_IndexEnd; v = legacy.GetNextVertex(v))
+            ASSERT_EQ(legacy.GetVertex(v), modern.GetPosition(v)) << entry.path();
+        ++files;
+    }
+    EXPECT_GT(files, 0);
+}
