@@ -111,6 +111,20 @@ TEST(VnFloatCoderQuantized, BitExactQuantizerAndRawMode) {
     EXPECT_GE(raw, pairs.size() * 4);
 }
 
+TEST(VnFloatCoderQuantized, ValueBoundHoldsForPerfectPredictions) {
+    VnFloatingPointQuantizationUniform q(0.f, 1.f, 1024.f);
+    const unsigned n = 1000000;
+    CbStreamWriteBinaryMemory out;
+    {
+        VnStreamWriteCompressedFloatingPoint w(out, q, false, 1000);
+        for (unsigned i = 0; i < n; ++i) w.WriteValue(0.5f, 0.5f);
+    }
+    CbStreamReadBinaryMemory in(out.GetData().data(), out.GetSize());
+    VnStreamReadCompressedFloatingPoint r(in, q, false);
+    EXPECT_LE(n, r.GetMaxValues());
+    for (unsigned i = 0; i < n; ++i) ASSERT_EQ(r.ReadValue(0.5f), 0.5f);
+}
+
 TEST(VnFloatCoderFailure, TruncatedBlocksAndGarbage) {
     CbStreamWriteBinaryMemory out;
     {

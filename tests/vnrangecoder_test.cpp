@@ -62,6 +62,24 @@ TEST(VnRangeCoderRoundTrip, SkewedStringsCompress) {
     EXPECT_LT(bytes, 450u); // the model floor costs 0.0227 bits a symbol at best
 }
 
+// Readers refuse symbol counts above MaxSymbols(payload) before allocating; the most
+// compressible honest strings must stay below that bound or valid streams would be refused.
+TEST(VnRangeCoderModel, SymbolBoundHoldsForTheMostSkewedStrings) {
+    for (uint32_t alphabet : {2u, 5u, 16u, 34u}) {
+        const uint32_t n = 2000000;
+        CbStreamWriteBinaryMemory out;
+        {
+            VnCompressRangeCoder coder(out, alphabet, n / 4);
+            for (uint32_t i = 0; i < n; ++i) coder.WriteSymbol(0);
+        }
+        CbStreamReadBinaryMemory in(out.GetData().data(), out.GetSize());
+        VnDecompressRangeCoder decoder(in, alphabet);
+        EXPECT_LE(n, decoder.GetMaxSymbols()) << alphabet;
+        EXPECT_GT(n, decoder.GetMaxSymbols() / 2) << "the bound should be tight enough to mean something";
+        for (uint32_t i = 0; i < n; ++i) ASSERT_EQ(decoder.ReadSymbol(), 0u);
+    }
+}
+
 TEST(VnRangeCoderModel, CallerModelsAndBits) {
     CbStreamWriteBinaryMemory out;
     std::mt19937 rng(11);
