@@ -297,6 +297,10 @@ TEST(VnOFFRead, HeaderRule) {
         expectThrowLine<CbExceptionWrongFileVersion>([&] { VnOFF::Read(tempFile("header.off", text).c_str(), m); }, 160, "ReadHeader");
         EXPECT_EQ(m.GetVertexCount(), 0u) << text;
     }
+    // A foreign file whose first line never ends is refused from its first bytes.
+    CTriangulation m;
+    expectThrowLine<CbExceptionWrongFileVersion>(
+        [&] { VnOFF::Read(tempFile("oneline.off", "OFF" + std::string(4 << 20, '7')).c_str(), m); }, 160, "ReadHeader");
 }
 
 TEST(VnOFFRead, NonTriangularFaceIsLine71AndLeavesTheMeshEmpty) {
@@ -329,6 +333,7 @@ TEST(VnOFFRead, BadNumbersFailAsStreamErrors) {
         "OFF\n1 0 0\n0 0\n",                              // end of data inside a vertex
         "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1",         // end of data inside a face
         "OFF\n3 1",                                       // end of data in the counts
+        "OFF",                                            // keyword, then nothing
         "OFF\n3 1 0 # the edge count is a comment\n0 0 0\n", // too few vertices
     };
     for (const char* text : bad) {

@@ -24,11 +24,19 @@ constexpr uint64_t kMinVertexBytes = 6;
 constexpr uint64_t kMinFaceBytes = 8;
 
 void readHeader(VnStreamReadASCIIT<CStringA>& stream) {
-    std::string_view line;
-    stream.ReadLine(line);
-    // The line reader has already taken the LF off. A CR stays on the line and makes it
-    // differ: files with CR LF line ends are rejected here, as older readers did.
-    if (line != "OFF") throw CbExceptionWrongFileVersion(kSource, kLineHeader, "ReadHeader");
+    // The keyword line must be exactly "OFF": the three letters, then the LF that ends the
+    // line (or the end of the data). Checking character by character gives the line
+    // reader's answer without gathering an arbitrarily long first line of a foreign file.
+    // A CR before the LF makes the line differ: CR LF files are rejected, as older readers did.
+    for (char expected : {'O', 'F', 'F'}) {
+        if (stream.IsEnd() || stream.GetChar() != expected)
+            throw CbExceptionWrongFileVersion(kSource, kLineHeader, "ReadHeader");
+        stream.Next();
+    }
+    if (!stream.IsEnd()) {
+        if (stream.GetChar() != '\n') throw CbExceptionWrongFileVersion(kSource, kLineHeader, "ReadHeader");
+        stream.Next();
+    }
 }
 
 char* appendUnsigned(char* out, uint32_t value) { return std::to_chars(out, out + 10, value).ptr; }
