@@ -118,14 +118,15 @@ TEST(PlyCodecHeader, MalformedHeadersNameTheirLine) {
         {"ply\nformat ascii 1.0\nformat ascii 1.0\nend_header\n", "second format"},
         {fmt + "comment " + std::string(70000, 'c') + "\nend_header\n", "too long"},
     };
-    for (const auto& [text, part] : cases) {
-        SCOPED_TRACE(part);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.second);
+        const std::string& text = c.first;
         expectFailure(
             [&] {
                 CbStreamReadBinaryMemory s(text.data(), text.size());
                 CReader r(s);
             },
-            part);
+            c.second);
     }
 }
 
@@ -280,7 +281,8 @@ TEST(PlyCodecRead, UnrequestedElementsAndPropertiesAreSkippedInEveryEncoding) {
     w.AddProperties("edge", {"b"}, EType::eFloat32, 2, junk.data() + 2);
     w.AddProperties("vertex", {"tag"}, EType::eInt16, 2, tag.data());
     w.AddProperties("vertex", {"x", "y", "z"}, EType::eFloat64, 2, xyz.data());
-    w.AddProperties("tail", {"q"}, EType::eFloat32, 1000, std::vector<float>(1000).data());
+    std::vector<float> tail(1000);
+    w.AddProperties("tail", {"q"}, EType::eFloat32, 1000, tail.data());
     for (EFormat format : {EFormat::eAscii, EFormat::eBinaryLittleEndian, EFormat::eBinaryBigEndian}) {
         SCOPED_TRACE(int(format));
         std::string bytes = writeToString(w, format);
