@@ -3,6 +3,7 @@
 // renumbered by the writer's maps, with bit-exact positions in the lossless mode.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <random>
 
@@ -136,4 +137,50 @@ TEST(VnConnectivityStream, TruncatedAndFlippedStreamsFailCleanly) {
             EXPECT_EQ(back.GetVertexCount(), 0u);
         }
     }
+}
+
+TEST(VnConnectivityStream, QuantizedPositionsStayOnTheGridAndTrianglesExact) {
+    const CTriangulation mesh = PunchHoles(MakeHandleBody(3, 20, 20, 4), 4, 5, 6);
+    CbStreamWriteBinaryMemory out;
+    VnStreamWriteCompressedTriangulation writer(out, Base::eQuantized, 0.01f);
+    writer << mesh;
+    ASSERT_TRUE(writer.IsConsistent());
+    const std::vector<uint8_t> bytes = out.GetData();
+    CbStreamReadBinaryMemory in(bytes.data(), bytes.size());
+    VnStreamReadCompressedTriangulation reader(in);
+    CTriangulation back;
+    reader >> back;
+    const float step = reader.GetRecordInfo().step;
+    ASSERT_GT(step, 0.f);
+    const auto& vertexMap = writer.GetVertexMap();
+    for (uint32_t v = 0; v < back.GetVertexCount(); ++v) {
+        const CbVector3f a = back.GetPosition(CVertexRef(v)), b = mesh.GetPosition(vertexMap[int(v)]);
+        for (int axis = 0; axis < 3; ++axis) ASSERT_LE(std::fabs(a[axis] - b[axis]), 0.5f * step * 1.001f) << v;
+    }
+    const auto& triangleMap = writer.GetTriangleMap();
+    const auto& rotation = writer.GetCornerRotationMap();
+    for (uint32_t k = 0; k < back.GetTriangleCount(); ++k) {
+        const CTriangleRef t = triangleMap[int(k)];
+        for (int j = 0; j < 3; ++j)
+            ASSERT_EQ(vertexMap[int(back.GetCorner(CTriangleRef(k), j))], mesh.GetCorner(t, (rotation[int(t.Index())] + j) % 3));
+    }
+}
+
+TEST(VnConnectivityStream, Version2WriterAndTwoMeshesInOneStream) {
+    const CTriangulation first = MakeTorus(7, 5), second = PunchHoles(MakeSphere(9, 11), 2, 3, 1);
+    CbStreamWriteBinaryMemory out;
+    VnStreamWriteCompressedTriangulationVersion2 writer(out, Base::eLossless, 0.f);
+    writer << first << second;
+    EXPECT_TRUE(writer.IsConsistent());
+    const std::vector<uint8_t> bytes = out.GetData();
+    CbStreamReadBinaryMemory in(bytes.data(), bytes.size());
+    VnStreamReadCompressedTriangulation reader(in);
+    CTriangulation a, b;
+    reader >> a;
+    EXPECT_EQ(reader.GetRecordInfo().version, 2u);
+    reader >> b;
+    EXPECT_EQ(in.GetBytesLeft(), 0u);
+    EXPECT_EQ(a.GetTriangleCount(), first.GetTriangleCount());
+    EXPECT_EQ(b.GetTriangleCount(), second.GetTriangleCount());
+    EXPECT_EQ(b.GetVertexCount(), second.GetVertexCount());
 }
