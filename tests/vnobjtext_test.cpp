@@ -30,11 +30,17 @@ TEST(VnObjTextParseFloat, AgreesWithAtofOnMalformedAndSpecialSpellings) {
         "000000000000000000000000000000000000000000000000000000000001.25", "9.999999999999999999999999e-1"};
     for (const std::string& s : inputs) {
         const float expected = static_cast<float>(std::atof(s.c_str()));
-        const float got = VnObjText::ParseFloat(s);
-        if (std::isnan(expected)) {
-            EXPECT_TRUE(std::isnan(got)) << s;
-        } else {
-            EXPECT_EQ(std::memcmp(&expected, &got, sizeof got), 0) << "'" << s << "' atof " << expected << " got " << got;
+        // The in-place form reads the same token out of a longer line and stops at its end.
+        const std::string line = s + "\t7 8";
+        float inPlace = -1.f;
+        const char* end = VnObjText::ParseFloatToken(line.data(), line.data() + line.size(), inPlace);
+        EXPECT_EQ(end - line.data(), static_cast<std::ptrdiff_t>(s.size())) << s;
+        for (const float got : {VnObjText::ParseFloat(s), inPlace}) {
+            if (std::isnan(expected)) {
+                EXPECT_TRUE(std::isnan(got)) << s;
+            } else {
+                EXPECT_EQ(std::memcmp(&expected, &got, sizeof got), 0) << "'" << s << "' atof " << expected << " got " << got;
+            }
         }
     }
 }

@@ -15,6 +15,8 @@ namespace VnObjText {
 
 inline bool IsCSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
 
+inline bool IsTokenEnd(const char* p, const char* e) { return p == e || *p == ' ' || *p == '\t'; }
+
 inline std::string_view Trim(std::string_view s) {
     size_t b = 0, e = s.size();
     while (b < e && IsCSpace(s[b])) ++b;
@@ -105,6 +107,26 @@ inline int ParseInt(std::string_view token) {
     return static_cast<int>(static_cast<uint32_t>(static_cast<uint64_t>(s)));
 }
 
+// ParseFloat of the token starting at p (it runs to the next blank or tab, or e); returns the
+// token's end. A plain number that fills its token is parsed in place, without a search for
+// the token's end first.
+inline const char* ParseFloatToken(const char* p, const char* e, float& out) {
+    const char* q = p;
+    if (q < e && *q == '-') ++q;
+    if (q < e && ((*q >= '0' && *q <= '9') || *q == '.') && !(*q == '0' && q + 1 < e && (q[1] == 'x' || q[1] == 'X'))) {
+        double v;
+        auto r = std::from_chars(p, e, v, std::chars_format::general);
+        if (r.ec == std::errc() && IsTokenEnd(r.ptr, e)) {
+            out = static_cast<float>(v);
+            return r.ptr;
+        }
+    }
+    const char* end = p;
+    while (!IsTokenEnd(end, e)) ++end;
+    out = ParseFloat(std::string_view(p, static_cast<size_t>(end - p)));
+    return end;
+}
+
 // One corner of an "f" line: the vertex number is atoi of the token, the texture number
 // atoi of the text after its first '/' unless another '/' follows at once.
 struct SFaceCorner {
@@ -112,8 +134,6 @@ struct SFaceCorner {
     int texture = 0;
     bool textured = false;
 };
-
-inline bool IsTokenEnd(const char* p, const char* e) { return p == e || *p == ' ' || *p == '\t'; }
 
 // Reads an unsigned run of 1 to 18 digits at q (no overflow is possible); false, leaving q
 // alone, for anything else.

@@ -127,17 +127,24 @@ bool CObjParser::Line(std::string_view line) {
     return true;
 }
 
+// The next token as a float; an exhausted line reads as an empty token, 0.
+float nextFloat(VnObjText::CTokenizer& tok) {
+    float v = 0.f;
+    if (tok.SkipBlanks()) tok.SetCursor(VnObjText::ParseFloatToken(tok.Cursor(), tok.End(), v));
+    return v;
+}
+
 void CObjParser::vertex(VnObjText::CTokenizer& tok) {
-    const float x = VnObjText::ParseFloat(tok.Next());
-    const float y = VnObjText::ParseFloat(tok.Next());
-    const float z = VnObjText::ParseFloat(tok.Next());
+    const float x = nextFloat(tok);
+    const float y = nextFloat(tok);
+    const float z = nextFloat(tok);
     m_mesh.AddVertex(CbVector3f(x, y, -z));
     ++m_vertexCount;
 }
 
 void CObjParser::textureCoordinate(VnObjText::CTokenizer& tok) {
-    const float u = VnObjText::ParseFloat(tok.Next());
-    const float v = VnObjText::ParseFloat(tok.Next());
+    const float u = nextFloat(tok);
+    const float v = nextFloat(tok);
     m_textureCoordinates.emplace_back(u, 1 - v);
 }
 
