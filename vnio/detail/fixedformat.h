@@ -6,7 +6,7 @@
 // locale, and must do so fast enough to write hundreds of megabytes a second. A float is
 // m * 2^e with m < 2^24, so value * 10^6 = m * 10^6 * 2^e is an exact integer product
 // (< 2^44) shifted by e: rounding it to an integer (ties to even, as the C library does)
-// is exact integer arithmetic. Values too large for that (|x| >= 2^39 or so), infinities and
+// is exact integer arithmetic. Values too large for that (|x| >= 2^63), infinities and
 // NaNs take std::to_chars, which also prints the C library's spelling.
 #include <charconv>
 #include <cstdint>
