@@ -326,3 +326,31 @@ TEST(VnSTLFiles, WeldedClosedSphereHasEulerCharacteristicTwo) {
     for (CTriangleRef t : mesh.Triangles())
         for (int k = 0; k < 3; ++k) ASSERT_NE(mesh.GetAdjacentTriangle(t, k), c_IndexInvalid);
 }
+
+TEST(VnSTLAsciiWrite, JoinedMeshWritesTheSameTextAsItsSoup) {
+    // The writer formats a shared vertex once; the text must not depend on that.
+    CTriangulation joined = VnTest::MakeSphere(6, 9);
+    CTriangulation soup;
+    for (CTriangleRef t : joined.Triangles()) {
+        const auto& c = joined.GetCorners(t);
+        CVertexRef a = soup.AddVertex(joined.GetPosition(CVertexRef(c[0])));
+        CVertexRef b = soup.AddVertex(joined.GetPosition(CVertexRef(c[1])));
+        CVertexRef d = soup.AddVertex(joined.GetPosition(CVertexRef(c[2])));
+        soup.AddTriangle(a, b, d);
+    }
+    CbStreamWriteASCIIMemory a, b;
+    ASSERT_TRUE(VnSTL::Serialize(a, joined));
+    ASSERT_TRUE(VnSTL::Serialize(b, soup));
+    EXPECT_EQ(a.GetText(), b.GetText());
+}
+
+TEST(VnSTLWrite, CornerWithoutLiveVertexIsRefusedBeforeWriting) {
+    CTriangulation mesh = VnTest::MakeCube();
+    mesh.RemoveVertex(CVertexRef(2));
+    CbStreamWriteBinaryMemory bin;
+    EXPECT_THROW(VnSTL::Serialize(bin, mesh), CbExceptionPreconditionViolation);
+    EXPECT_EQ(bin.GetSize(), 0u);
+    CbStreamWriteASCIIMemory text;
+    EXPECT_THROW(VnSTL::Serialize(text, mesh), CbExceptionPreconditionViolation);
+    EXPECT_TRUE(text.GetText().empty());
+}

@@ -138,11 +138,29 @@ void appendFacet(CTriangulation& mesh, CTriangleAttribute<CbVector3f>& normals, 
     normals[t] = n;
 }
 
-void appendNumber(std::string& out, float v) {
-    char buf[32];
-    // %.9g of the value promoted to double, byte for byte, in any locale.
-    auto r = std::to_chars(buf, buf + sizeof(buf), double(v), std::chars_format::general, 9);
-    out.append(buf, r.ptr);
+// %.9g of the value promoted to double, byte for byte, in any locale (at most 16 chars).
+char* formatNumber(char* out, float v) {
+    return std::to_chars(out, out + 32, double(v), std::chars_format::general, 9).ptr;
+}
+
+constexpr size_t kMaxVertexLine = 7 + 3 * 17 + 1;
+
+char* formatVertexLine(char* out, const CbVector3f& p) {
+    std::memcpy(out, "vertex ", 7);
+    out = formatNumber(out + 7, p.x);
+    *out++ = ' ';
+    out = formatNumber(out, p.y);
+    *out++ = ' ';
+    out = formatNumber(out, p.z);
+    *out++ = '\n';
+    return out;
+}
+
+// Writers refuse a triangle whose corner names no live vertex before writing anything.
+void checkCorners(const CTriangulation& mesh) {
+    for (CTriangleRef t : mesh.Triangles())
+        for (uint32_t c : mesh.GetCorners(t))
+            if (!mesh.IsVertexLive(c)) throw CbExceptionPreconditionViolation(kSource, 360, "VnSTL::Serialize");
 }
 } // namespace
 
@@ -314,6 +332,7 @@ bool Serialize(VnStreamReadASCIIT<CStringA>& stream, CTriangulation& mesh, EFlag
 
 bool Serialize(CbStreamWriteBinary& stream, const CTriangulation& mesh, const SHeader* header, CAttributeWordConst attribute) {
     if (attribute && !attribute.BelongsTo(mesh)) throw CbExceptionPreconditionViolation(kSource, 360, "VnSTL::Serialize");
+    checkCorners(mesh);
     auto stored = FindAttribute<CTriangleRef, const CbVector3f>(mesh, "normal");
     try {
         SHeader h{};
@@ -341,35 +360,59 @@ bool Serialize(CbStreamWriteBinary& stream, const CTriangulation& mesh, const SH
 }
 
 bool Serialize(CbStreamWriteASCIIT<CStringA>& stream, const CTriangulation& mesh, const CStringA* solidName) {
+    checkCorners(mesh);
     auto stored = FindAttribute<CTriangleRef, const CbVector3f>(mesh, "normal");
     try {
-        std::string out = "solid ";
-        out += solidName ? std::string(*solidName) : std::string(c_DefaultHeader);
-        out += '\n';
-        out.reserve(1 << 16);
+        std::string head = "solid ";
+        head += solidName ? std::string(*solidName) : std::string(c_DefaultHeader);
+        head += '\n';
+        stream.Write(head.data(), head.size());
+        // Formatting dominates the cost. In a joined mesh every vertex is written about six
+        // times, so its line is formatted once and copied after that.
+        const uint32_t slots = mesh.GetVertexSlotCount();
+        const bool cache = 3ull * mesh.GetTriangleCount() >= 2ull * mesh.GetVertexCount();
+        std::vector<char> lines;
+        std::vector<uint32_t> lineStart;
+        if (cache) {
+            lineStart.assign(size_t(slots) + 1, 0);
+            lines.reserve(size_t(mesh.GetVertexCount()) * 40);
+            char tmp[kMaxVertexLine];
+            for (uint32_t v = 0; v < slots; ++v) {
+                lineStart[v] = static_cast<uint32_t>(lines.size());
+                if (!mesh.IsVertexLive(v)) continue;
+                char* e = formatVertexLine(tmp, mesh.GetPosition(CVertexRef(v)));
+                lines.insert(lines.end(), tmp, e);
+            }
+            lineStart[slots] = static_cast<uint32_t>(lines.size());
+        }
+        constexpr size_t kBlock = 1 << 16;
+        std::vector<char> block(kBlock + 1024);
+        char* p = block.data();
+        auto put = [&p](const char* text, size_t n) {
+            std::memcpy(p, text, n);
+            p += n;
+        };
         for (CTriangleRef t : mesh.Triangles()) {
             CbVector3f n = facetNormal(mesh, stored, t);
-            out += "facet normal ";
-            appendNumber(out, n.x); out += ' ';
-            appendNumber(out, n.y); out += ' ';
-            appendNumber(out, n.z);
-            out += "\nouter loop\n";
-            const auto& c = mesh.GetCorners(t);
-            for (int k = 0; k < 3; ++k) {
-                const CbVector3f& p = mesh.GetPosition(CVertexRef(c[k]));
-                out += "vertex ";
-                appendNumber(out, p.x); out += ' ';
-                appendNumber(out, p.y); out += ' ';
-                appendNumber(out, p.z); out += '\n';
+            put("facet normal ", 13);
+            p = formatNumber(p, n.x);
+            *p++ = ' ';
+            p = formatNumber(p, n.y);
+            *p++ = ' ';
+            p = formatNumber(p, n.z);
+            put("\nouter loop\n", 12);
+            for (uint32_t c : mesh.GetCorners(t)) {
+                if (cache) put(lines.data() + lineStart[c], lineStart[c + 1] - lineStart[c]);
+                else p = formatVertexLine(p, mesh.GetPosition(CVertexRef(c)));
             }
-            out += "endloop\nendfacet\n";
-            if (out.size() > (1 << 16) - 512) {
-                stream.Write(out.data(), out.size());
-                out.clear();
+            put("endloop\nendfacet\n", 17);
+            if (size_t(p - block.data()) >= kBlock) {
+                stream.Write(block.data(), size_t(p - block.data()));
+                p = block.data();
             }
         }
-        out += "endsolid\n";
-        stream.Write(out.data(), out.size());
+        put("endsolid\n", 9);
+        stream.Write(block.data(), size_t(p - block.data()));
         return true;
     } catch (const CbExceptionStream&) {
         return false;
