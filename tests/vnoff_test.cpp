@@ -157,6 +157,13 @@ TEST(VnOFFWrite, CornerOnDeletedVertexIsAPreconditionViolation) {
     EXPECT_FALSE(fs::exists(fs::path(path)));
 }
 
+TEST(VnOFFWrite, NullPathIsAPreconditionViolationOnBothSides) {
+    CTriangulation m = makeTetrahedron();
+    expectThrowLine<CbExceptionPreconditionViolation>([&] { VnOFF::Write(nullptr, m); }, 70, "VnOFF::Write");
+    expectThrowLine<CbExceptionPreconditionViolation>([&] { VnOFF::Read(nullptr, m); }, 70, "VnOFF::Read");
+    EXPECT_EQ(m.GetTriangleCount(), 4u); // untouched
+}
+
 TEST(VnOFFWrite, UnwritablePathThrowsStream) {
     std::wstring path = (tempDir() / "no-such-folder" / "x.off").wstring();
     EXPECT_THROW(VnOFF::Write(path.c_str(), makeTetrahedron()), CbExceptionStream);

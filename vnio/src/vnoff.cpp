@@ -17,6 +17,7 @@ constexpr uint32_t kLineHeader = 160;
 constexpr uint32_t kLineNotTriangle = 71;
 constexpr uint32_t kLineIndexRange = 72;
 constexpr uint32_t kLineBadCorner = 73;
+constexpr uint32_t kLineNullPath = 70;
 
 // The shortest text a vertex ("0 0 0\n") and a face ("3 0 0 0\n") can take: a count
 // claims at most this many records per byte of the file.
@@ -44,6 +45,7 @@ char* appendUnsigned(char* out, uint32_t value) { return std::to_chars(out, out 
 } // namespace
 
 void VnOFF::Read(const wchar_t* path, Geometry::CTriangulation& mesh) {
+    if (!path) throw CbExceptionPreconditionViolation(kSource, kLineNullPath, "VnOFF::Read");
     mesh.Reset();
     try {
         VnStreamReadASCIIFile stream(path);
@@ -87,6 +89,7 @@ void VnOFF::Read(const wchar_t* path, Geometry::CTriangulation& mesh) {
 }
 
 void VnOFF::Write(const wchar_t* path, const Geometry::CTriangulation& mesh) {
+    if (!path) throw CbExceptionPreconditionViolation(kSource, kLineNullPath, "VnOFF::Write");
     // Corner numbers are ranks among live vertices; without deleted slots the rank is the
     // index itself and no table is needed.
     const bool dense = mesh.GetVertexCount() == mesh.GetVertexSlotCount();

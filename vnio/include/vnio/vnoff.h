@@ -33,14 +33,16 @@ public:
     //   CbExceptionWrongFileVersion(..., 72, "VnOFF::Read")   a face vertex number >= the vertex count
     //   CbExceptionStream (from the stream)  missing file, end of data, a malformed number,
     //       a sign on a count or index, or a count or index above 2^32 - 1
+    // A null path throws CbExceptionPreconditionViolation(..., 70, "VnOFF::Read") and leaves
+    // the mesh as it was.
     // A count larger than the file can hold never reserves more memory than the file's
     // bytes justify: storage grows as the data arrives.
     static void Read(const wchar_t* path, Geometry::CTriangulation& mesh);
 
     // Writes mesh to path in the layout above. Stream failures (opening, writing, the final
     // flush) pass to the caller as CbExceptionStream; the file may then be incomplete.
-    // A live triangle whose corner names no live vertex throws
-    // CbExceptionPreconditionViolation("vnlibraries/vnio/vnoff", 73, "VnOFF::Write") before
-    // anything is written.
+    // Before anything is written, CbExceptionPreconditionViolation("vnlibraries/vnio/vnoff",
+    // line, "VnOFF::Write") is thrown for a null path (line 70) or a live triangle whose
+    // corner names no live vertex (line 73).
     static void Write(const wchar_t* path, const Geometry::CTriangulation& mesh);
 };
