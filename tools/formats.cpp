@@ -1,12 +1,16 @@
 #include "formats.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cwctype>
 #include <stdexcept>
 
 #include "basepool/cbexception.h"
+#include "vnbase/vnfilesystem.h"
 #include "vnbase/vnstreamfile.h"
 #include "vnio/vnoff.h"
+#include "vnio/vnstreamreadcompressedtriangulation.h"
+#include "vnio/vnstreamwritecompressedtriangulation.h"
 #include "vnio/vnply.h"
 #include "vnio/vnstl.h"
 
@@ -104,6 +108,46 @@ void writePLY(const std::wstring& path, const CTriangulation& mesh, const SWrite
     VnPLY::Write(path, dense, options.ascii ? VnPLY::eOutputFormatASCII : VnPLY::eOutputFormatBinary);
 }
 
+void readVNM(const std::wstring& path, CTriangulation& mesh, SReadInfo& info) {
+    VnStreamReadCompressedTriangulation reader{CStringW(path)};
+    reader >> mesh;
+    const auto& r = reader.GetRecordInfo();
+    const uint64_t bytes = VnFileSystem::GetFileSize(CStringW(path));
+    info.format = "VNM (compressed triangulation stream)";
+    auto fixed = [](double v) {
+        char b[32];
+        std::snprintf(b, sizeof b, "%.3f", v);
+        return std::string(b);
+    };
+    const uint32_t t = mesh.GetTriangleCount(), v = mesh.GetVertexCount();
+    info.extra.emplace_back("version", std::to_string(r.version));
+    info.extra.emplace_back("compressed", r.compressed ? "true" : "false");
+    info.extra.emplace_back("mode", JsonString(r.quantized ? "quantized" : "lossless"));
+    info.extra.emplace_back("step", fixed(r.quantized ? r.step : 0.0));
+    info.extra.emplace_back("bytes", std::to_string(bytes));
+    info.extra.emplace_back("connectivity_bits_per_triangle", fixed(t ? 8.0 * double(r.connectivityBytes) / t : 0.0));
+    info.extra.emplace_back("position_bits_per_vertex", fixed(v ? 8.0 * double(r.positionBytes) / v : 0.0));
+}
+
+void writeVNM(const std::wstring& path, const CTriangulation& mesh, const SWriteOptions& options, const SReadInfo&) {
+    using Base = VnStreamCompressedTriangulationBase;
+    const bool quantized = options.precision > 0 && !options.lossless;
+    const Base::ECompressionMethod method = quantized ? Base::eQuantized : Base::eLossless;
+    const float precision = quantized ? float(options.precision) : 0.f;
+    CbStreamWriteBinaryMemory memory;
+    if (options.version2) {
+        VnStreamWriteCompressedTriangulationVersion2 writer(memory, method, precision);
+        writer << mesh;
+    } else {
+        VnStreamWriteCompressedTriangulation writer(memory, method, precision);
+        writer << mesh;
+    }
+    VnStreamWriteBinaryFile file(path.c_str());
+    const auto& bytes = memory.GetData();
+    file.WriteBuffer(bytes.data(), bytes.size());
+    file.Flush();
+}
+
 } // namespace
 
 std::string JsonString(const std::string& text) {
@@ -130,6 +174,7 @@ const std::vector<SFormat>& Formats() {
         {".obj", "OBJ", false, readOBJ, writeOBJ},
         {".off", "OFF", false, readOFF, writeOFF},
         {".ply", "PLY", true, readPLY, writePLY},
+        {".vnm", "VNM", false, readVNM, writeVNM},
     };
     return table;
 }
