@@ -3,6 +3,7 @@
 // stream must agree on. Anything both sides compute lives here once.
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <type_traits>
 
 #include "basepool/cbexception.h"
@@ -71,5 +72,8 @@ template <class T> T PredictVertexValue(const Geometry::CTriangulation& mesh, co
     }
     return p;
 }
+
+// A topology-only copy of `mesh` (same slots, no positions or attributes) with adjacency.
+std::unique_ptr<Geometry::CTriangulation> TopologyWithAdjacency(const Geometry::CTriangulation& mesh);
 
 } // namespace VnCompressedDetail

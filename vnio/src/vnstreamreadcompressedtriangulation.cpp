@@ -18,7 +18,6 @@ namespace {
 constexpr const char* kFnOperator = "VnStreamReadCompressedTriangulation::operator >>";
 constexpr const char* kFnDecompressGeometry = "VnStreamReadCompressedTriangulation::decompressGeometry";
 constexpr const char* kFnReadComponent = "VnStreamReadCompressedTriangulation::readComponent";
-constexpr const char* kFnAttributes = "VnStreamReadCompressedTriangulation::decompressAttributes";
 
 [[noreturn]] void fail(uint32_t line, const char* function) { throw CbExceptionStream(kSourceReader, line, function); }
 
@@ -290,19 +289,3 @@ VnStreamReadCompressedTriangulation& VnStreamReadCompressedTriangulation::operat
     }
     return *this;
 }
-
-// ---- attributes ----
-// TODO(attributes): the attribute sections of versions 1 to 3. Until they land, only the
-// empty sections that the writer produces today are accepted.
-
-void VnStreamReadCompressedTriangulation::decompressAttributesVersion3(Geometry::CTriangulation&) {
-    uint32_t vertexCount = 0, triangleCount = 0;
-    source() >> vertexCount >> triangleCount;
-    if (vertexCount != 0 || triangleCount != 0) fail(__LINE__, kFnAttributes);
-}
-
-void VnStreamReadCompressedTriangulation::decompressAttributesVersion2(Geometry::CTriangulation& mesh) {
-    decompressAttributesVersion3(mesh);
-}
-
-void VnStreamReadCompressedTriangulation::decompressAttributesLegacy(Geometry::CTriangulation&) { fail(__LINE__, kFnAttributes); }

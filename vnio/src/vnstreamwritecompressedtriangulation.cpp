@@ -29,9 +29,11 @@ bool attributesSettled(const Geometry::CTriangulation& mesh) {
     return true;
 }
 
+} // namespace
+
 // A topology-only copy of `mesh` (same slots, no positions or attributes) with adjacency,
 // for predictions when the caller's const mesh carries none.
-std::unique_ptr<Geometry::CTriangulation> topologyWithAdjacency(const Geometry::CTriangulation& mesh) {
+std::unique_ptr<Geometry::CTriangulation> VnCompressedDetail::TopologyWithAdjacency(const Geometry::CTriangulation& mesh) {
     const uint32_t vSlots = mesh.GetVertexSlotCount(), tSlots = mesh.GetTriangleSlotCount();
     Geometry::SMemoryBlock<Geometry::STriangleCorners> corners(
         std::vector<Geometry::STriangleCorners>(mesh.GetCornerArray(), mesh.GetCornerArray() + tSlots));
@@ -46,7 +48,6 @@ std::unique_ptr<Geometry::CTriangulation> topologyWithAdjacency(const Geometry::
     copy->ComputeAdjacency();
     return copy;
 }
-} // namespace
 
 VnStreamWriteCompressedTriangulation::VnStreamWriteCompressedTriangulation(CbStreamWriteBinary& stream, ECompressionMethod method,
                                                                            float precision)
@@ -131,13 +132,13 @@ void VnStreamWriteCompressedTriangulation::dropState() {
     m_triangleForward.RemoveAll();
     m_cornerRotation.RemoveAll();
     m_positionBytes = 0;
+    m_topology.reset();
     m_mesh = nullptr;
 }
 
 void VnStreamWriteCompressedTriangulation::cleanup() {
     m_positionCoders.reset();
     m_connectivity.reset();
-    m_topology.reset();
     clearComponentState();
 }
 
@@ -157,7 +158,7 @@ void VnStreamWriteCompressedTriangulation::compressGeometry(const Geometry::CTri
     const VnConnectivity::SEncodedMesh& coded = *m_connectivity;
     initializeFPQuantization(mesh);
     m_topology.reset();
-    if (!mesh.HasAdjacency()) m_topology = topologyWithAdjacency(mesh);
+    if (!mesh.HasAdjacency()) m_topology = TopologyWithAdjacency(mesh);
 
     const uint32_t vertices = mesh.GetVertexCount(), triangles = mesh.GetTriangleCount();
     target() << static_cast<uint32_t>(coded.components.size()) << vertices << triangles;
@@ -358,22 +359,4 @@ VnStreamWriteCompressedTriangulation& VnStreamWriteCompressedTriangulation::oper
         fail(__LINE__, kFnOperator);
     }
     return *this;
-}
-
-// ---- attributes ----
-// TODO(attributes): the attribute section of format versions 2 and 3. Until it lands the
-// section is written as two empty blocks, which is what a mesh without serialised
-// attributes produces.
-
-void VnStreamWriteCompressedTriangulation::compressAttributes() { target() << uint32_t{0} << uint32_t{0}; }
-
-void VnStreamWriteCompressedTriangulation::writeAttributeIdVertex(const char* name) { target() << name; }
-
-void VnStreamWriteCompressedTriangulation::writeAttributeIdTriangle(const char* name) { target() << name; }
-
-void VnStreamWriteCompressedTriangulation::writeAttributeConfiguration(unsigned int size, const unsigned char* data, bool flag,
-                                                                       uint32_t mode) {
-    target() << static_cast<uint32_t>(size);
-    target().WriteBuffer(data, size);
-    target() << flag << mode;
 }

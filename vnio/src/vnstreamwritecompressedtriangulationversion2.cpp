@@ -32,8 +32,18 @@ VnStreamWriteCompressedTriangulationVersion2::VnStreamWriteCompressedTriangulati
                                                                                            ECompressionMethod method, float precision)
     : VnStreamWriteCompressedTriangulation(fileName, method, precision, VnCompressedDetail::kVersionWriter2) {}
 
-// TODO(attributes): the version 2 attribute section; two empty blocks until it lands.
-void VnStreamWriteCompressedTriangulationVersion2::compressAttributes() { target() << uint32_t{0} << uint32_t{0}; }
+void VnStreamWriteCompressedTriangulationVersion2::compressAttributes() { writeAttributeSection(); }
+
+bool VnStreamWriteCompressedTriangulationVersion2::carriesAttribute(int container, const std::string& name) const {
+    if (container == Geometry::eContainerVertex) {
+        for (const SAttributeId& e : kVertexIds)
+            if (name == e.name) return true;
+    } else {
+        for (const SAttributeId& e : kTriangleIds)
+            if (name == e.name) return true;
+    }
+    return false;
+}
 
 void VnStreamWriteCompressedTriangulationVersion2::writeAttributeIdVertex(const char* name) {
     target() << lookUp(kVertexIds, name, __LINE__);

@@ -8,6 +8,7 @@
 // are then refused until a mesh has been read successfully.
 #include <array>
 #include <memory>
+#include <string>
 
 #include "basepool/cbstreambinary.h"
 #include "basepool/cbstring.h"
@@ -67,6 +68,19 @@ protected:
     virtual void decompressAttributesVersion3(Geometry::CTriangulation& mesh);
     virtual void decompressAttributesVersion2(Geometry::CTriangulation& mesh);
     virtual void decompressAttributesLegacy(Geometry::CTriangulation& mesh);
+    // The inverse of the version 3 writer's configuration block.
+    void readAttributeConfiguration(unsigned int& size, std::unique_ptr<unsigned char[]>& data, bool& flag, uint32_t& mode);
+    // Element readers: each creates the attribute `name` of `container`, marked to be
+    // serialised, and fills it for every element of the decoded mesh.
+    void readAttributeTyped(Geometry::CTriangulation& mesh, int container, const std::string& name, int components);
+    void readAttributeGenericConfigured(Geometry::CTriangulation& mesh, int container, const std::string& name);
+    void readAttributeGenericByRegistry(Geometry::CTriangulation& mesh, int container, const std::string& name);
+    // Reads `count` raw elements of `size` bytes, refusing counts the stream cannot hold.
+    void readRawElements(Geometry::SAttributeEntry& entry, uint32_t count);
+    // Records that older formats carry and this library drops: one float coder block read
+    // with prediction zero, or one u32 per element.
+    void skipFloats(uint32_t count);
+    void skipWords(uint32_t count);
 
     // ---- positions ----
     // Reads the position header and builds the quantizers.

@@ -12,6 +12,7 @@
 // IsConsistent() is false. Bytes already written stay written.
 #include <array>
 #include <memory>
+#include <string>
 
 #include "basepool/cbarray.h"
 #include "basepool/cbstreambinary.h"
@@ -71,6 +72,11 @@ protected:
     virtual void writeAttributeIdVertex(const char* name);
     virtual void writeAttributeIdTriangle(const char* name);
     virtual void writeAttributeConfiguration(unsigned int size, const unsigned char* data, bool flag, uint32_t mode);
+    // Whether the format can carry a serialised attribute of that name (all names in
+    // version 3).
+    virtual bool carriesAttribute(int container, const std::string& name) const;
+    // The vertex block, then the triangle block, of the attributes this format carries.
+    void writeAttributeSection();
 
     // ---- geometry section ----
     // Codes the whole mesh (position header, counts, components).
@@ -83,7 +89,8 @@ protected:
     // Vertex and triangle order become the live slots in slot order, the tips corner 2.
     void setIdentityMaps(const Geometry::CTriangulation& mesh);
     void generateTriangleForwardMap();
-    // Drops the per-mesh coding state; the order records stay for the attributes.
+    // Drops the per-mesh coding state; the order records and the prediction topology stay
+    // for the attributes.
     void cleanup();
 
     // ---- positions ----
@@ -152,4 +159,5 @@ protected:
     void writeAttributeIdTriangle(const char* name) override;
     // Version 2 carries no configuration.
     void writeAttributeConfiguration(unsigned int size, const unsigned char* data, bool flag, uint32_t mode) override;
+    bool carriesAttribute(int container, const std::string& name) const override;
 };

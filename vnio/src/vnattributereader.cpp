@@ -1,0 +1,238 @@
+// Attribute section of the compressed triangulation stream, reader side. The decoded mesh
+// is in coding order, so element i of a block is mesh element i.
+#include <cstring>
+#include <memory>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+#include "detail/vnattributeprediction.h"
+#include "detail/vncompressedshared.h"
+#include "vn3dbase/registry.h"
+#include "vnbase/vnfloatcoder.h"
+#include "vnio/vnstreamreadcompressedtriangulation.h"
+
+using namespace VnCompressedDetail;
+
+namespace {
+constexpr const char* kFnVersion3 = "VnStreamReadCompressedTriangulation::decompressAttributesVersion3";
+constexpr const char* kFnVersion2 = "VnStreamReadCompressedTriangulation::decompressAttributesVersion2";
+constexpr const char* kFnLegacy = "VnStreamReadCompressedTriangulation::decompressAttributesLegacy";
+constexpr const char* kFnElements = "VnStreamReadCompressedTriangulation::readAttribute";
+
+[[noreturn]] void fail(uint32_t line, const char* function) { throw CbExceptionStream(kSourceReader, line, function); }
+
+// Components of a numerically coded registered type, 0 for any other.
+int typedComponents(int container, const std::string& name) {
+    const Geometry::SAttributeData* reg = Geometry::CTriangulationConfigurationRegistry::Get(container, name);
+    if (!reg || !reg->type) return 0;
+    if (*reg->type == typeid(float)) return 1;
+    if (*reg->type == typeid(CbVector2f)) return 2;
+    if (*reg->type == typeid(CbVector3f)) return 3;
+    return 0;
+}
+
+// Names of the old attribute identifiers that versions 1 and 2 refer to.
+const char* const kOldVertexNames[] = {"component",    "parameters",           "featureLabels",      "normal",
+                                       "attributes",   "deformEnergy",         "region",             "color",
+                                       "positionInterpolated", "normalInterpolated", "normalMapConfidence", "ambientOcclusion"};
+const char* const kOldTriangleNames[] = {"component", "triangleType", "normalSet",       "region",
+                                         "normal",    "parameters",   "triangleQuality", "attributes"};
+std::string oldVertexName(int id) { return kOldVertexNames[id]; }
+std::string oldTriangleName(int id) { return kOldTriangleNames[id]; }
+
+const std::type_info* typeOf(int components) {
+    return components == 1 ? &typeid(float) : (components == 2 ? &typeid(CbVector2f) : &typeid(CbVector3f));
+}
+
+uint32_t elementCount(const Geometry::CTriangulation& mesh, int container) {
+    return container == Geometry::eContainerVertex ? mesh.GetVertexSlotCount() : mesh.GetTriangleSlotCount();
+}
+
+Geometry::SAttributeEntry& createAttribute(Geometry::CTriangulation& mesh, int container, const std::string& name,
+                                           uint32_t elementSize, const std::type_info* type, std::vector<uint8_t> defaultValue) {
+    mesh.InsertAttribute(container, name, elementSize, type, std::move(defaultValue), true);
+    mesh.connectAttribute(container, name);
+    Geometry::SAttributeEntry* e = mesh.FindAttribute(container, name);
+    if (!e || e->data.size() != uint64_t(elementSize) * elementCount(mesh, container)) fail(__LINE__, kFnElements);
+    return *e;
+}
+
+template <int N>
+void readTyped(CbStreamReadBinary& in, const Geometry::CTriangulation& mesh, Geometry::SAttributeEntry& e,
+               const std::vector<uint32_t>& vertexTriangles) {
+    const bool vertex = e.container == Geometry::eContainerVertex;
+    const uint32_t count = elementCount(mesh, e.container);
+    if (vertex && vertexTriangles.size() != count) fail(__LINE__, kFnElements);
+    std::vector<std::unique_ptr<VnStreamReadCompressedFloatingPoint>> readers;
+    for (int c = 0; c < N; ++c) {
+        readers.push_back(std::make_unique<VnStreamReadCompressedFloatingPoint>(in));
+        if (count > readers.back()->GetMaxValues()) fail(__LINE__, kFnElements);
+    }
+    std::vector<SAttributeValue<N>> values(count);
+    std::vector<uint8_t> known(count, 0);
+    for (uint32_t i = 0; i < count; ++i) {
+        const SAttributeValue<N> p = vertex ? PredictVertexValue(mesh, values.data(), known.data(), i, vertexTriangles[i])
+                                            : PredictTriangleValue(mesh, values.data(), known.data(),
+                                                                   mesh.GetCorner(Geometry::CTriangleRef(i), 2), i);
+        for (int c = 0; c < N; ++c) values[i].c[c] = readers[c]->ReadValue(p.c[c]);
+        known[i] = 1;
+    }
+    std::memcpy(e.data.data(), values.data(), values.size() * sizeof(SAttributeValue<N>));
+}
+} // namespace
+
+void VnStreamReadCompressedTriangulation::readAttributeConfiguration(unsigned int& size, std::unique_ptr<unsigned char[]>& data,
+                                                                     bool& flag, uint32_t& mode) {
+    uint32_t n = 0;
+    source() >> n;
+    const uint64_t left = source().GetBytesLeft();
+    if (left != CbStreamRead::kUnknownSize && n > left) fail(__LINE__, kFnElements);
+    std::unique_ptr<unsigned char[]> bytes(new unsigned char[n ? n : 1]);
+    source().ReadExact(bytes.get(), n);
+    source() >> flag >> mode;
+    size = n;
+    data = std::move(bytes);
+}
+
+void VnStreamReadCompressedTriangulation::readRawElements(Geometry::SAttributeEntry& e, uint32_t count) {
+    const uint64_t bytes = uint64_t(e.elementSize) * count;
+    const uint64_t left = source().GetBytesLeft();
+    if (e.elementSize == 0 || (left != CbStreamRead::kUnknownSize && bytes > left) || e.data.size() != bytes)
+        fail(__LINE__, kFnElements);
+    source().ReadExact(e.data.data(), static_cast<size_t>(bytes));
+}
+
+void VnStreamReadCompressedTriangulation::readAttributeTyped(Geometry::CTriangulation& mesh, int container, const std::string& name,
+                                                             int components) {
+    const uint32_t size = 4u * static_cast<uint32_t>(components);
+    std::vector<uint8_t> def(size, 0);
+    if (const Geometry::SAttributeData* reg = Geometry::CTriangulationConfigurationRegistry::Get(container, name))
+        if (reg->elementSize == size && reg->defaultValue.size() == size) def = reg->defaultValue;
+    Geometry::SAttributeEntry& e = createAttribute(mesh, container, name, size, typeOf(components), std::move(def));
+    if (components == 1)
+        readTyped<1>(source(), mesh, e, m_vertexReferenceTriangles);
+    else if (components == 2)
+        readTyped<2>(source(), mesh, e, m_vertexReferenceTriangles);
+    else
+        readTyped<3>(source(), mesh, e, m_vertexReferenceTriangles);
+}
+
+void VnStreamReadCompressedTriangulation::readAttributeGenericConfigured(Geometry::CTriangulation& mesh, int container,
+                                                                         const std::string& name) {
+    unsigned int size = 0;
+    std::unique_ptr<unsigned char[]> data;
+    bool flag = false;
+    uint32_t mode = 0;
+    readAttributeConfiguration(size, data, flag, mode);
+    // The element size comes from the block itself, so that a name this library does not
+    // know can still be read.
+    if (size < 4) fail(__LINE__, kFnElements);
+    uint32_t elementSize = 0;
+    std::memcpy(&elementSize, data.get(), 4);
+    const uint32_t count = elementCount(mesh, container);
+    const uint64_t left = source().GetBytesLeft();
+    if (elementSize == 0 || (left != CbStreamRead::kUnknownSize && uint64_t(elementSize) * count > left)) fail(__LINE__, kFnElements);
+    std::vector<uint8_t> def(elementSize, 0);
+    if (size - 4 == elementSize) std::memcpy(def.data(), data.get() + 4, elementSize);
+    const Geometry::SAttributeData* reg = Geometry::CTriangulationConfigurationRegistry::Get(container, name);
+    const std::type_info* type = reg && reg->elementSize == elementSize ? reg->type : nullptr;
+    Geometry::SAttributeEntry& e = createAttribute(mesh, container, name, elementSize, type, std::move(def));
+    e.configuration.assign(data.get(), data.get() + size);
+    e.mode = mode;
+    readRawElements(e, count);
+}
+
+void VnStreamReadCompressedTriangulation::readAttributeGenericByRegistry(Geometry::CTriangulation& mesh, int container,
+                                                                         const std::string& name) {
+    const Geometry::SAttributeData* reg = Geometry::CTriangulationConfigurationRegistry::Get(container, name);
+    if (!reg || reg->elementSize == 0) fail(__LINE__, kFnElements);
+    const uint32_t count = elementCount(mesh, container);
+    const uint64_t left = source().GetBytesLeft();
+    if (left != CbStreamRead::kUnknownSize && uint64_t(reg->elementSize) * count > left) fail(__LINE__, kFnElements);
+    Geometry::SAttributeEntry& e = createAttribute(mesh, container, name, reg->elementSize, reg->type, reg->defaultValue);
+    readRawElements(e, count);
+}
+
+void VnStreamReadCompressedTriangulation::decompressAttributesVersion3(Geometry::CTriangulation& mesh) {
+    for (int container : {Geometry::eContainerVertex, Geometry::eContainerTriangle}) {
+        uint32_t count = 0;
+        source() >> count;
+        // Every attribute takes at least its name's count word and the word after it.
+        const uint64_t left = source().GetBytesLeft();
+        if (left != CbStreamRead::kUnknownSize && uint64_t(count) * 8 > left) fail(__LINE__, kFnVersion3);
+        for (uint32_t k = 0; k < count; ++k) {
+            std::string name;
+            uint32_t word = 0;
+            source() >> name >> word;
+            const int components = typedComponents(container, name);
+            // Triangle attributes are read typed only for three floats: float and two-float
+            // triangle attributes go through the generic reader.
+            if (components != 0 && (container == Geometry::eContainerVertex || components == 3))
+                readAttributeTyped(mesh, container, name, components);
+            else
+                readAttributeGenericConfigured(mesh, container, name);
+        }
+    }
+}
+
+void VnStreamReadCompressedTriangulation::decompressAttributesVersion2(Geometry::CTriangulation& mesh) {
+    const int V = Geometry::eContainerVertex, T = Geometry::eContainerTriangle;
+    uint32_t count = 0;
+    source() >> count;
+    uint64_t left = source().GetBytesLeft();
+    if (left != CbStreamRead::kUnknownSize && uint64_t(count) * 8 > left) fail(__LINE__, kFnVersion2);
+    for (uint32_t k = 0; k < count; ++k) {
+        uint32_t id = 0, word = 0;
+        source() >> id >> word;
+        if (id > 44) throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
+        switch (id) {
+        case 0: readAttributeTyped(mesh, V, oldVertexName(3), 3); break;
+        case 2: readAttributeGenericByRegistry(mesh, V, oldVertexName(7)); break;
+        case 15: readAttributeGenericByRegistry(mesh, V, oldVertexName(0)); break;
+        case 20: readAttributeGenericByRegistry(mesh, V, oldVertexName(4)); break;
+        case 21: readAttributeGenericByRegistry(mesh, V, oldVertexName(2)); break;
+        case 24: readAttributeTyped(mesh, V, oldVertexName(1), 2); break;
+        case 32:
+        case 33: skipFloats(mesh.GetVertexSlotCount()); break;
+        case 34: readAttributeTyped(mesh, V, oldVertexName(5), 1); break;
+        case 35: readAttributeTyped(mesh, V, oldVertexName(8), 3); break;
+        case 36: readAttributeTyped(mesh, V, oldVertexName(9), 3); break;
+        case 38: skipWords(mesh.GetVertexSlotCount()); break;
+        case 44: readAttributeTyped(mesh, V, oldVertexName(10), 1); break;
+        default: throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
+        }
+    }
+    source() >> count;
+    left = source().GetBytesLeft();
+    if (left != CbStreamRead::kUnknownSize && uint64_t(count) * 8 > left) fail(__LINE__, kFnVersion2);
+    for (uint32_t k = 0; k < count; ++k) {
+        uint32_t id = 0, word = 0;
+        source() >> id >> word;
+        if (id > 13) throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
+        switch (id) {
+        case 8: readAttributeTyped(mesh, T, oldTriangleName(4), 3); break;
+        case 0: readAttributeGenericByRegistry(mesh, T, oldTriangleName(1)); break;
+        case 3: readAttributeGenericByRegistry(mesh, T, oldTriangleName(0)); break;
+        case 6: readAttributeGenericByRegistry(mesh, T, oldTriangleName(7)); break;
+        case 12: readAttributeGenericByRegistry(mesh, T, oldTriangleName(2)); break;
+        case 13: readAttributeGenericByRegistry(mesh, T, oldTriangleName(3)); break;
+        default: throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
+        }
+    }
+}
+
+void VnStreamReadCompressedTriangulation::skipFloats(uint32_t count) {
+    VnStreamReadCompressedFloatingPoint reader(source());
+    if (count > reader.GetMaxValues()) fail(__LINE__, kFnElements);
+    for (uint32_t i = 0; i < count; ++i) reader.ReadValue(0.f);
+}
+
+void VnStreamReadCompressedTriangulation::skipWords(uint32_t count) {
+    const uint64_t left = source().GetBytesLeft();
+    if (left != CbStreamRead::kUnknownSize && uint64_t(count) * 4 > left) fail(__LINE__, kFnElements);
+    uint32_t word = 0;
+    for (uint32_t i = 0; i < count; ++i) source() >> word;
+}
+
+void VnStreamReadCompressedTriangulation::decompressAttributesLegacy(Geometry::CTriangulation&) { fail(__LINE__, kFnLegacy); }
