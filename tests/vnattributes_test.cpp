@@ -344,3 +344,139 @@ TEST(VnAttributesRegistry, NoRegisteredTriangleAttributeIsOneOrTwoFloats) {
 
 } // namespace
 
+
+namespace {
+
+void append(std::vector<uint8_t>& out, const std::vector<uint8_t>& more) { out.insert(out.end(), more.begin(), more.end()); }
+
+std::vector<uint8_t> droppedFloats(uint32_t count) {
+    CbStreamWriteBinaryMemory sink;
+    {
+        VnStreamWriteCompressedFloatingPoint coder(sink, count);
+        for (uint32_t i = 0; i < count; ++i) coder.WriteValue(0.125f * float(i), 0.f);
+        coder.Flush();
+    }
+    return sink.GetData();
+}
+
+TEST(VnAttributesVersion2, WritesOnlyItsNamesAndReadsThemBack) {
+    const CTriangulation mesh = decoratedSphere();
+    const SWritten w = writeMesh(mesh, true);
+    ASSERT_EQ(w.bytes[0], 2);
+    const CTriangulation read = readMesh(w.bytes);
+    for (const char* name : {"normal", "color", "parameters", "deformEnergy"})
+        expectSameValues(mesh, read, eContainerVertex, name, w.vertexMap);
+    for (const char* name : {"normal", "triangleType"}) expectSameValues(mesh, read, eContainerTriangle, name, w.triangleMap);
+    EXPECT_EQ(read.FindAttribute(eContainerVertex, "testLabel"), nullptr);
+    EXPECT_EQ(read.FindAttribute(eContainerTriangle, "textureCoordinates"), nullptr);
+    const std::string text(w.bytes.begin(), w.bytes.end());
+    EXPECT_EQ(text.find("normal"), std::string::npos);
+    EXPECT_EQ(text.find("testLabel"), std::string::npos);
+}
+
+TEST(VnAttributesVersion2, RegionWordsAreConsumedAndDropped) {
+    std::vector<uint8_t> b = geometryPrefix(2);
+    const uint32_t V = VnTest::MakeSphere(10, 14).GetVertexCount();
+    putWord(b, 2);
+    putWord(b, 38);
+    putWord(b, 0);
+    for (uint32_t i = 0; i < V; ++i) putWord(b, i);
+    putWord(b, 33);
+    putWord(b, 0);
+    append(b, droppedFloats(V));
+    putWord(b, 0);
+    const CTriangulation read = readMesh(b);
+    EXPECT_EQ(read.GetVertexCount(), V);
+    EXPECT_EQ(read.FindAttribute(eContainerVertex, "region"), nullptr);
+    // One word short: the stream ends early.
+    b = geometryPrefix(2);
+    putWord(b, 1);
+    putWord(b, 38);
+    putWord(b, 0);
+    for (uint32_t i = 0; i + 1 < V; ++i) putWord(b, i);
+    putWord(b, 0);
+    expectReadFailure(b);
+}
+
+TEST(VnAttributesVersion2, UnknownIdentifiersFail) {
+    for (uint32_t id : {1u, 3u, 31u, 37u, 43u, 45u, 0xFFFFFFFFu}) {
+        std::vector<uint8_t> b = geometryPrefix(2);
+        putWord(b, 1);
+        putWord(b, id);
+        putWord(b, 0);
+        for (int i = 0; i < 4096; ++i) b.push_back(0);
+        expectReadFailure(b);
+    }
+    for (uint32_t id : {1u, 2u, 7u, 14u}) {
+        std::vector<uint8_t> b = geometryPrefix(2);
+        putWord(b, 0);
+        putWord(b, 1);
+        putWord(b, id);
+        putWord(b, 0);
+        for (int i = 0; i < 4096; ++i) b.push_back(0);
+        expectReadFailure(b);
+    }
+}
+
+TEST(VnAttributesVersion1, FixedLayoutReadsBack) {
+    CTriangulation mesh = decoratedSphere();
+    auto labels = GetOrCreateAttribute<CVertexRef, uint32_t>(mesh, "featureLabels");
+    auto interpolated = GetOrCreateAttribute<CVertexRef, CbVector3f>(mesh, "positionInterpolated");
+    auto normalInterpolated = GetOrCreateAttribute<CVertexRef, CbVector3f>(mesh, "normalInterpolated");
+    for (CVertexRef v : mesh.Vertices()) {
+        labels[v] = 7 * v.Index();
+        interpolated[v] = mesh.GetPosition(v) * 2.f;
+        normalInterpolated[v] = CbVector3f(0, float(v.Index()), 1);
+    }
+    const SWritten w = writeMesh(mesh);
+    const uint32_t V = static_cast<uint32_t>(w.vertexMap.size());
+    // Typed blocks come from version 3 records of the same mesh with one attribute each.
+    auto blocks = [&](int container, const std::string& name) {
+        CTriangulation copy = mesh;
+        for (int c : {eContainerVertex, eContainerTriangle})
+            for (SAttributeEntry* e : copy.GetAttributes(c)) copy.setSerialize(c, e->name, c == container && e->name == name);
+        const std::vector<uint8_t> bytes = writeMesh(copy).bytes;
+        const size_t start = geometryPrefix(3).size() + 4 + 4 + name.size() + 4 + (container == eContainerTriangle ? 4 : 0);
+        const size_t end = bytes.size() - (container == eContainerVertex ? 4 : 0);
+        return std::vector<uint8_t>(bytes.begin() + static_cast<ptrdiff_t>(start), bytes.begin() + static_cast<ptrdiff_t>(end));
+    };
+    auto raw = [&](int container, const std::string& name) {
+        const SAttributeEntry* e = mesh.FindAttribute(container, name);
+        const std::vector<uint32_t>& map = container == eContainerVertex ? w.vertexMap : w.triangleMap;
+        std::vector<uint8_t> out;
+        for (uint32_t slot : map)
+            out.insert(out.end(), e->data.begin() + e->elementSize * slot, e->data.begin() + e->elementSize * (slot + 1));
+        return out;
+    };
+    std::vector<uint8_t> b = geometryPrefix(1);
+    append(b, droppedFloats(V));
+    append(b, blocks(eContainerVertex, "parameters"));
+    append(b, blocks(eContainerVertex, "positionInterpolated"));
+    append(b, blocks(eContainerVertex, "normalInterpolated"));
+    b.push_back(1);
+    append(b, raw(eContainerVertex, "featureLabels"));
+    b.push_back(1);
+    for (uint32_t i = 0; i < V; ++i) putWord(b, 0xDEAD0000u + i);
+    b.push_back(1);
+    append(b, raw(eContainerVertex, "color"));
+    b.push_back(1);
+    append(b, raw(eContainerTriangle, "triangleType"));
+    b.push_back(0); // no normalSet
+    b.push_back(0); // no triangle region
+    b.push_back(1);
+    append(b, blocks(eContainerVertex, "normal"));
+    b.push_back(1);
+    append(b, blocks(eContainerTriangle, "normal"));
+
+    const CTriangulation read = readMesh(b);
+    for (const char* name : {"parameters", "positionInterpolated", "normalInterpolated", "featureLabels", "color", "normal"})
+        expectSameValues(mesh, read, eContainerVertex, name, w.vertexMap);
+    for (const char* name : {"triangleType", "normal"}) expectSameValues(mesh, read, eContainerTriangle, name, w.triangleMap);
+    EXPECT_EQ(read.FindAttribute(eContainerVertex, "region"), nullptr);
+    EXPECT_EQ(read.FindAttribute(eContainerTriangle, "normalSet"), nullptr);
+
+    for (size_t cut = geometryPrefix(1).size(); cut < b.size(); cut += 7)
+        expectReadFailure(std::vector<uint8_t>(b.begin(), b.begin() + static_cast<ptrdiff_t>(cut)));
+}
+
+} // namespace

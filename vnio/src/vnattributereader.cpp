@@ -17,7 +17,6 @@ using namespace VnCompressedDetail;
 namespace {
 constexpr const char* kFnVersion3 = "VnStreamReadCompressedTriangulation::decompressAttributesVersion3";
 constexpr const char* kFnVersion2 = "VnStreamReadCompressedTriangulation::decompressAttributesVersion2";
-constexpr const char* kFnLegacy = "VnStreamReadCompressedTriangulation::decompressAttributesLegacy";
 constexpr const char* kFnElements = "VnStreamReadCompressedTriangulation::readAttribute";
 
 [[noreturn]] void fail(uint32_t line, const char* function) { throw CbExceptionStream(kSourceReader, line, function); }
@@ -31,15 +30,6 @@ int typedComponents(int container, const std::string& name) {
     if (*reg->type == typeid(CbVector3f)) return 3;
     return 0;
 }
-
-// Names of the old attribute identifiers that versions 1 and 2 refer to.
-const char* const kOldVertexNames[] = {"component",    "parameters",           "featureLabels",      "normal",
-                                       "attributes",   "deformEnergy",         "region",             "color",
-                                       "positionInterpolated", "normalInterpolated", "normalMapConfidence", "ambientOcclusion"};
-const char* const kOldTriangleNames[] = {"component", "triangleType", "normalSet",       "region",
-                                         "normal",    "parameters",   "triangleQuality", "attributes"};
-std::string oldVertexName(int id) { return kOldVertexNames[id]; }
-std::string oldTriangleName(int id) { return kOldTriangleNames[id]; }
 
 const std::type_info* typeOf(int components) {
     return components == 1 ? &typeid(float) : (components == 2 ? &typeid(CbVector2f) : &typeid(CbVector3f));
@@ -81,6 +71,18 @@ void readTyped(CbStreamReadBinary& in, const Geometry::CTriangulation& mesh, Geo
     std::memcpy(e.data.data(), values.data(), values.size() * sizeof(SAttributeValue<N>));
 }
 } // namespace
+
+std::string VnStreamReadCompressedTriangulation::oldVertexName(uint32_t id) {
+    std::string name;
+    if (!s_MapAttributeIdToNameVertex.Lookup(id, name)) fail(__LINE__, kFnElements);
+    return name;
+}
+
+std::string VnStreamReadCompressedTriangulation::oldTriangleName(uint32_t id) {
+    std::string name;
+    if (!s_MapAttributeIdToNameTriangle.Lookup(id, name)) fail(__LINE__, kFnElements);
+    return name;
+}
 
 void VnStreamReadCompressedTriangulation::readAttributeConfiguration(unsigned int& size, std::unique_ptr<unsigned char[]>& data,
                                                                      bool& flag, uint32_t& mode) {
@@ -235,4 +237,36 @@ void VnStreamReadCompressedTriangulation::skipWords(uint32_t count) {
     for (uint32_t i = 0; i < count; ++i) source() >> word;
 }
 
-void VnStreamReadCompressedTriangulation::decompressAttributesLegacy(Geometry::CTriangulation&) { fail(__LINE__, kFnLegacy); }
+// Version 1 has no identifiers: a fixed sequence of records, the later ones each behind a
+// u8 presence byte (0 = absent). Its layout, as this library defines it:
+//   float coder block over the vertices (prediction 0; dropped)
+//   vertex "parameters"            typed, two floats
+//   vertex "positionInterpolated"  typed, three floats
+//   vertex "normalInterpolated"    typed, three floats
+//   [u8] vertex "featureLabels"    raw, registry element size
+//   [u8] region data               one u32 per vertex slot, dropped
+//   [u8] vertex "color"            raw, registry element size
+//   [u8] triangle "triangleType"   raw, registry element size
+//   [u8] triangle "normalSet"      raw, registry element size
+//   [u8] triangle "region"         raw, registry element size
+//   [u8] vertex "normal"           typed, three floats
+//   [u8] triangle "normal"         typed, three floats
+void VnStreamReadCompressedTriangulation::decompressAttributesLegacy(Geometry::CTriangulation& mesh) {
+    const int V = Geometry::eContainerVertex, T = Geometry::eContainerTriangle;
+    auto present = [this]() {
+        uint8_t flag = 0;
+        source() >> flag;
+        return flag != 0;
+    };
+    skipFloats(mesh.GetVertexSlotCount());
+    readAttributeTyped(mesh, V, oldVertexName(1), 2);
+    readAttributeTyped(mesh, V, oldVertexName(8), 3);
+    readAttributeTyped(mesh, V, oldVertexName(9), 3);
+    if (present()) readAttributeGenericByRegistry(mesh, V, oldVertexName(2));
+    if (present()) skipWords(mesh.GetVertexSlotCount());
+    if (present()) readAttributeGenericByRegistry(mesh, V, oldVertexName(7));
+    for (int old : {1, 2, 3})
+        if (present()) readAttributeGenericByRegistry(mesh, T, oldTriangleName(old));
+    if (present()) readAttributeTyped(mesh, V, oldVertexName(3), 3);
+    if (present()) readAttributeTyped(mesh, T, oldTriangleName(4), 3);
+}

@@ -4,7 +4,10 @@
 // per-component side tables with their run-length transform, and the prediction of vertex
 // positions.
 #include <cstdint>
+#include <string>
 #include <vector>
+
+#include "basepool/cbmap.h"
 
 #include "basepool/cbvector.h"
 #include "vn3dbase/ctriangulation.h"
@@ -26,6 +29,10 @@ public:
 
     VnStreamCompressedTriangulationBase() = default;
     virtual ~VnStreamCompressedTriangulationBase();
+
+    // Old attribute identifier -> name, as versions 1 and 2 refer to attributes.
+    static const CbMap<uint32_t, std::string> s_MapAttributeIdToNameVertex;
+    static const CbMap<uint32_t, std::string> s_MapAttributeIdToNameTriangle;
     VnStreamCompressedTriangulationBase(const VnStreamCompressedTriangulationBase&) = delete;
     VnStreamCompressedTriangulationBase& operator=(const VnStreamCompressedTriangulationBase&) = delete;
 

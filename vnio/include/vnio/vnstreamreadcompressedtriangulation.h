@@ -81,6 +81,9 @@ protected:
     // with prediction zero, or one u32 per element.
     void skipFloats(uint32_t count);
     void skipWords(uint32_t count);
+    // Names of old attribute identifiers.
+    static std::string oldVertexName(uint32_t id);
+    static std::string oldTriangleName(uint32_t id);
 
     // ---- positions ----
     // Reads the position header and builds the quantizers.

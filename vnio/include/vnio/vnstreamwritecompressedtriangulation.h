@@ -15,6 +15,7 @@
 #include <string>
 
 #include "basepool/cbarray.h"
+#include "basepool/cbmap.h"
 #include "basepool/cbstreambinary.h"
 #include "basepool/cbstring.h"
 #include "vn3dbase/ctriangulation.h"
@@ -152,6 +153,10 @@ class VnStreamWriteCompressedTriangulationVersion2 : public VnStreamWriteCompres
 public:
     VnStreamWriteCompressedTriangulationVersion2(::CbStreamWriteBinary& stream, ECompressionMethod method, float precision);
     VnStreamWriteCompressedTriangulationVersion2(const CStringW& fileName, ECompressionMethod method, float precision);
+
+    // Attribute name -> identifier: the only attributes this format can carry.
+    static const CbMap<std::string, uint32_t> s_MapAttributeIdToEnumVertex;
+    static const CbMap<std::string, uint32_t> s_MapAttributeIdToEnumTriangle;
 
 protected:
     void compressAttributes() override;
