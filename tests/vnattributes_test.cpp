@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "detail/vnattributeprediction.h"
 #include "support/meshbuilders.h"
 #include "vn3dbase/cattributehandle.h"
 #include "vn3dbase/registry.h"
@@ -477,6 +478,62 @@ TEST(VnAttributesVersion1, FixedLayoutReadsBack) {
 
     for (size_t cut = geometryPrefix(1).size(); cut < b.size(); cut += 7)
         expectReadFailure(std::vector<uint8_t>(b.begin(), b.begin() + static_cast<ptrdiff_t>(cut)));
+}
+
+} // namespace
+
+namespace {
+
+TEST(VnAttributesVersion3, OneFloatTriangleBlocksUnderANameReadRawFailOrMisread) {
+    // What the writer emits for a one-float triangle attribute the reader takes as raw:
+    // reading must end in the stream exception or in some values, never worse.
+    const uint32_t T = VnTest::MakeSphere(10, 14).GetTriangleCount();
+    for (const char* name : {"testWeight", "triangleType"}) {
+        std::vector<uint8_t> b = geometryPrefix(3);
+        putWord(b, 0);
+        putWord(b, 1);
+        putName(b, name);
+        putWord(b, 0);
+        append(b, droppedFloats(T));
+        CbStreamReadBinaryMemory source(b.data(), b.size());
+        VnStreamReadCompressedTriangulation reader(source);
+        CTriangulation mesh;
+        try {
+            reader >> mesh;
+            EXPECT_EQ(mesh.GetTriangleCount(), T);
+        } catch (const CbExceptionStream&) {
+            EXPECT_EQ(mesh.GetVertexCount(), 0u);
+        }
+    }
+}
+
+TEST(VnAttributesPrediction, TriangleValueIsTheAverageOfCodedNeighbours) {
+    CTriangulation mesh = VnTest::MakeGrid(3, 3);
+    mesh.ComputeAdjacency();
+    const uint32_t slots = mesh.GetTriangleSlotCount();
+    std::vector<VnCompressedDetail::SAttributeValue<2>> values(slots);
+    for (uint32_t t = 0; t < slots; ++t) values[t].c[0] = float(t + 1), values[t].c[1] = -2.f * float(t + 1);
+    std::vector<uint8_t> known(slots, 0);
+    // A triangle with three neighbours.
+    uint32_t inner = slots;
+    for (uint32_t t = 0; t < slots && inner == slots; ++t) {
+        int n = 0;
+        for (int k = 0; k < 3; ++k) n += mesh.GetAdjacentTriangle(CTriangleRef(t), k) != c_IndexInvalid;
+        if (n == 3) inner = t;
+    }
+    ASSERT_LT(inner, slots);
+    const uint32_t start = mesh.GetCorner(CTriangleRef(inner), 0);
+    auto predict = [&] { return VnCompressedDetail::PredictTriangleValue<2>(mesh, values.data(), known.data(), start, inner); };
+    EXPECT_EQ(predict()[0], 0.f); // nothing coded yet
+    const uint32_t a = mesh.GetAdjacentTriangle(CTriangleRef(inner), 1), b = mesh.GetAdjacentTriangle(CTriangleRef(inner), 2);
+    known[a] = 1;
+    EXPECT_EQ(predict()[0], values[a][0]);
+    known[b] = 1;
+    EXPECT_FLOAT_EQ(predict()[0], 0.5f * (values[a][0] + values[b][0]));
+    EXPECT_FLOAT_EQ(predict()[1], 0.5f * (values[a][1] + values[b][1]));
+    values[b].c[1] = std::nanf("");
+    EXPECT_EQ(predict()[0], 0.f); // a NaN component clears the whole prediction
+    EXPECT_EQ(predict()[1], 0.f);
 }
 
 } // namespace
