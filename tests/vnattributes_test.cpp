@@ -537,3 +537,61 @@ TEST(VnAttributesPrediction, TriangleValueIsTheAverageOfCodedNeighbours) {
 }
 
 } // namespace
+
+namespace {
+
+// A source that does not know its size: every count must then be bounded another way.
+class CUnsizedSource : public CbStreamReadBinary {
+public:
+    explicit CUnsizedSource(const std::vector<uint8_t>& bytes) : m_bytes(bytes) {}
+
+protected:
+    size_t readSlow(void* buffer, size_t count) override {
+        const size_t n = std::min(count, m_bytes.size() - m_at);
+        if (n) std::memcpy(buffer, m_bytes.data() + m_at, n);
+        m_at += n;
+        return n;
+    }
+
+private:
+    const std::vector<uint8_t>& m_bytes;
+    size_t m_at = 0;
+};
+
+TEST(VnAttributesVersion3, SourceOfUnknownSizeRoundTripsAndRefusesHugeBlocks) {
+    const CTriangulation mesh = decoratedSphere();
+    const SWritten w = writeMesh(mesh);
+    {
+        CUnsizedSource source(w.bytes);
+        ASSERT_EQ(source.GetBytesLeft(), CbStreamRead::kUnknownSize);
+        VnStreamReadCompressedTriangulation reader(source);
+        CTriangulation read;
+        reader >> read;
+        expectSameValues(mesh, read, eContainerTriangle, "textureCoordinates", w.triangleMap);
+        expectSameValues(mesh, read, eContainerVertex, "testLabel", w.vertexMap);
+    }
+    // A configuration block claiming 4 GB, and one claiming a 1 GB element, against a few
+    // bytes: both fail without allocating for the claim.
+    for (uint32_t claim : {0xFFFFFFF0u, 0u}) {
+        std::vector<uint8_t> b = geometryPrefix(3);
+        putWord(b, 1);
+        putName(b, "testUnknown");
+        putWord(b, 0);
+        if (claim) {
+            putWord(b, claim);
+        } else {
+            putWord(b, 4);
+            putWord(b, 0x40000000u);
+            b.push_back(1);
+            putWord(b, 0);
+        }
+        for (int i = 0; i < 64; ++i) b.push_back(0);
+        CUnsizedSource source(b);
+        VnStreamReadCompressedTriangulation reader(source);
+        CTriangulation read;
+        EXPECT_THROW(reader >> read, CbExceptionStream);
+        EXPECT_EQ(read.GetVertexCount(), 0u);
+    }
+}
+
+} // namespace

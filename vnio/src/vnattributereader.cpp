@@ -1,5 +1,6 @@
 // Attribute section of the compressed triangulation stream, reader side. The decoded mesh
 // is in coding order, so element i of a block is mesh element i.
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -18,6 +19,9 @@ namespace {
 constexpr const char* kFnVersion3 = "VnStreamReadCompressedTriangulation::decompressAttributesVersion3";
 constexpr const char* kFnVersion2 = "VnStreamReadCompressedTriangulation::decompressAttributesVersion2";
 constexpr const char* kFnElements = "VnStreamReadCompressedTriangulation::readAttribute";
+
+// Largest element accepted from a source of unknown size.
+constexpr uint32_t kMaxElementSizeUnbounded = 1u << 12;
 
 [[noreturn]] void fail(uint32_t line, const char* function) { throw CbExceptionStream(kSourceReader, line, function); }
 
@@ -90,8 +94,17 @@ void VnStreamReadCompressedTriangulation::readAttributeConfiguration(unsigned in
     source() >> n;
     const uint64_t left = source().GetBytesLeft();
     if (left != CbStreamRead::kUnknownSize && n > left) fail(__LINE__, kFnElements);
+    // Of a source of unknown size, the block is taken in pieces as they really arrive, so a
+    // forged size cannot make one huge allocation.
+    std::vector<unsigned char> buffer;
+    for (size_t got = 0; got < n;) {
+        const size_t piece = std::min<size_t>(n - got, size_t{1} << 16);
+        buffer.resize(got + piece);
+        source().ReadExact(buffer.data() + got, piece);
+        got += piece;
+    }
     std::unique_ptr<unsigned char[]> bytes(new unsigned char[n ? n : 1]);
-    source().ReadExact(bytes.get(), n);
+    if (n) std::memcpy(bytes.get(), buffer.data(), n);
     source() >> flag >> mode;
     size = n;
     data = std::move(bytes);
@@ -135,6 +148,8 @@ void VnStreamReadCompressedTriangulation::readAttributeGenericConfigured(Geometr
     const uint32_t count = elementCount(mesh, container);
     const uint64_t left = source().GetBytesLeft();
     if (elementSize == 0 || (left != CbStreamRead::kUnknownSize && uint64_t(elementSize) * count > left)) fail(__LINE__, kFnElements);
+    // Without a known size nothing bounds the allocation but the element size itself.
+    if (left == CbStreamRead::kUnknownSize && elementSize > kMaxElementSizeUnbounded) fail(__LINE__, kFnElements);
     std::vector<uint8_t> def(elementSize, 0);
     if (size - 4 == elementSize) std::memcpy(def.data(), data.get() + 4, elementSize);
     const Geometry::SAttributeData* reg = Geometry::CTriangulationConfigurationRegistry::Get(container, name);
