@@ -595,3 +595,31 @@ TEST(VnAttributesVersion3, SourceOfUnknownSizeRoundTripsAndRefusesHugeBlocks) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(VnAttributesRecordInfo, AttributeBytesAccountForTheWholeSection) {
+    for (bool version2 : {false, true}) {
+        const SWritten w = writeMesh(decoratedSphere(), version2);
+        const size_t bare = writeMesh(VnTest::MakeSphere(10, 14), version2).bytes.size();
+        CbStreamReadBinaryMemory source(w.bytes.data(), w.bytes.size());
+        VnStreamReadCompressedTriangulation reader(source);
+        CTriangulation read;
+        reader >> read;
+        const auto& info = reader.GetRecordInfo();
+        uint64_t total = 0;
+        std::vector<std::string> names;
+        for (const auto& a : info.attributes) {
+            total += a.bytes;
+            names.push_back((a.container == eContainerVertex ? "v:" : "t:") + a.name);
+        }
+        EXPECT_EQ(total, w.bytes.size() - bare) << version2;
+        const std::vector<std::string> expected =
+            version2 ? std::vector<std::string>{"v:normal", "v:color", "v:parameters", "v:deformEnergy", "t:normal", "t:triangleType"}
+                     : std::vector<std::string>{"v:normal",   "v:color",  "v:parameters",   "v:deformEnergy",
+                                                "v:testLabel", "t:normal", "t:triangleType", "t:textureCoordinates"};
+        EXPECT_EQ(names, expected) << version2;
+    }
+}
+
+} // namespace

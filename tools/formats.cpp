@@ -127,6 +127,15 @@ void readVNM(const std::wstring& path, CTriangulation& mesh, SReadInfo& info) {
     info.extra.emplace_back("bytes", std::to_string(bytes));
     info.extra.emplace_back("connectivity_bits_per_triangle", fixed(t ? 8.0 * double(r.connectivityBytes) / t : 0.0));
     info.extra.emplace_back("position_bits_per_vertex", fixed(v ? 8.0 * double(r.positionBytes) / v : 0.0));
+    // Each attribute record with its bytes and its share of the file.
+    std::string attributes;
+    for (const auto& a : r.attributes) {
+        if (!attributes.empty()) attributes += ", ";
+        attributes += a.container == eContainerVertex ? "vertex " : "triangle ";
+        attributes += a.name.empty() ? std::string("(dropped)") : a.name;
+        attributes += " " + std::to_string(a.bytes) + " B (" + fixed(bytes ? 100.0 * double(a.bytes) / double(bytes) : 0.0) + "%)";
+    }
+    info.extra.emplace_back("attribute_bytes", JsonString(attributes));
 }
 
 void writeVNM(const std::wstring& path, const CTriangulation& mesh, const SWriteOptions& options, const SReadInfo&) {

@@ -35,6 +35,35 @@ int typedComponents(int container, const std::string& name) {
     return 0;
 }
 
+// Names that version 2 identifiers stand for (empty for records read and dropped).
+std::string versionTwoVertexName(uint32_t id) {
+    switch (id) {
+    case 0: return "normal";
+    case 2: return "color";
+    case 15: return "component";
+    case 20: return "attributes";
+    case 21: return "featureLabels";
+    case 24: return "parameters";
+    case 34: return "deformEnergy";
+    case 35: return "positionInterpolated";
+    case 36: return "normalInterpolated";
+    case 44: return "normalMapConfidence";
+    default: return std::string();
+    }
+}
+
+std::string versionTwoTriangleName(uint32_t id) {
+    switch (id) {
+    case 0: return "triangleType";
+    case 3: return "component";
+    case 6: return "attributes";
+    case 8: return "normal";
+    case 12: return "normalSet";
+    case 13: return "region";
+    default: return std::string();
+    }
+}
+
 const std::type_info* typeOf(int components) {
     return components == 1 ? &typeid(float) : (components == 2 ? &typeid(CbVector2f) : &typeid(CbVector3f));
 }
@@ -179,6 +208,7 @@ void VnStreamReadCompressedTriangulation::decompressAttributesVersion3(Geometry:
         const uint64_t left = source().GetBytesLeft();
         if (left != CbStreamRead::kUnknownSize && uint64_t(count) * 8 > left) fail(__LINE__, kFnVersion3);
         for (uint32_t k = 0; k < count; ++k) {
+            const uint64_t before = source().GetBytesLeft();
             std::string name;
             uint32_t word = 0;
             source() >> name >> word;
@@ -189,6 +219,7 @@ void VnStreamReadCompressedTriangulation::decompressAttributesVersion3(Geometry:
                 readAttributeTyped(mesh, container, name, components);
             else
                 readAttributeGenericConfigured(mesh, container, name);
+            noteAttribute(container, name, before);
         }
     }
 }
@@ -200,6 +231,7 @@ void VnStreamReadCompressedTriangulation::decompressAttributesVersion2(Geometry:
     uint64_t left = source().GetBytesLeft();
     if (left != CbStreamRead::kUnknownSize && uint64_t(count) * 8 > left) fail(__LINE__, kFnVersion2);
     for (uint32_t k = 0; k < count; ++k) {
+        const uint64_t before = source().GetBytesLeft();
         uint32_t id = 0, word = 0;
         source() >> id >> word;
         if (id > 44) throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
@@ -219,11 +251,13 @@ void VnStreamReadCompressedTriangulation::decompressAttributesVersion2(Geometry:
         case 44: readAttributeTyped(mesh, V, oldVertexName(10), 1); break;
         default: throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
         }
+        noteAttribute(V, versionTwoVertexName(id), before);
     }
     source() >> count;
     left = source().GetBytesLeft();
     if (left != CbStreamRead::kUnknownSize && uint64_t(count) * 8 > left) fail(__LINE__, kFnVersion2);
     for (uint32_t k = 0; k < count; ++k) {
+        const uint64_t before = source().GetBytesLeft();
         uint32_t id = 0, word = 0;
         source() >> id >> word;
         if (id > 13) throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
@@ -236,7 +270,14 @@ void VnStreamReadCompressedTriangulation::decompressAttributesVersion2(Geometry:
         case 13: readAttributeGenericByRegistry(mesh, T, oldTriangleName(3)); break;
         default: throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
         }
+        noteAttribute(T, versionTwoTriangleName(id), before);
     }
+}
+
+void VnStreamReadCompressedTriangulation::noteAttribute(int container, const std::string& name, uint64_t before) {
+    const uint64_t after = source().GetBytesLeft();
+    if (before == CbStreamRead::kUnknownSize || after == CbStreamRead::kUnknownSize || after > before) return;
+    m_info.attributes.push_back({container, name, before - after});
 }
 
 void VnStreamReadCompressedTriangulation::skipFloats(uint32_t count) {

@@ -9,6 +9,7 @@
 #include <array>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "basepool/cbstreambinary.h"
 #include "basepool/cbstring.h"
@@ -32,6 +33,16 @@ public:
         uint32_t components = 0;
         uint64_t connectivityBytes = 0; // side tables and symbols, count words included
         uint64_t positionBytes = 0;     // position blocks, count words included
+        // Per attribute record of the attribute section, in stream order: element kind
+        // (Geometry::eContainerVertex or eContainerTriangle), name (empty for records that
+        // are read and dropped) and bytes, identifier and configuration included. Filled
+        // only when the source knows its size.
+        struct SAttribute {
+            int container = 0;
+            std::string name;
+            uint64_t bytes = 0;
+        };
+        std::vector<SAttribute> attributes;
     };
 
     // Reads from a caller's stream, which must outlive the reader.
@@ -81,6 +92,8 @@ protected:
     // with prediction zero, or one u32 per element.
     void skipFloats(uint32_t count);
     void skipWords(uint32_t count);
+    // Records the bytes consumed since `before` (the bytes left then) for an attribute.
+    void noteAttribute(int container, const std::string& name, uint64_t before);
     // Names of old attribute identifiers.
     static std::string oldVertexName(uint32_t id);
     static std::string oldTriangleName(uint32_t id);
