@@ -8,16 +8,16 @@
 
 #include "basepool/cbexception.h"
 #include "vn3dbase/ctriangulation.h"
+#include "vnclers.h"
 
 namespace VnCompressedDetail {
 
-// CLERS symbol codes. Only 0..4 are ever written; hole S and handle S exist in memory and
-// travel as a plain S plus a run-length entry of the side tables.
-enum EClers : uint8_t { eC = 0, eL = 1, eE = 2, eR = 3, eS = 4, eSHole = 5, eSHandle = 6 };
-constexpr uint32_t kWrittenAlphabet = 5;
-
-// States of a boundary entry.
-enum EBoundaryState : uint32_t { eStatePlain = 0, eStateC = 1, eStateHole = 2, eStateHandle = 3 };
+// CLERS symbol codes and boundary states: short names for the connectivity coder's own
+// definitions, so the container and the coder cannot drift apart.
+using EClers = VnClers::ESymbol;
+constexpr EClers eC = VnClers::eSymbolC, eL = VnClers::eSymbolL, eE = VnClers::eSymbolE, eR = VnClers::eSymbolR,
+                 eS = VnClers::eSymbolS, eSHole = VnClers::eSymbolSHole, eSHandle = VnClers::eSymbolSHandle;
+constexpr uint32_t kWrittenAlphabet = VnClers::c_WrittenAlphabet;
 
 // Stream format versions: the writer's, the Version2 writer's, and the newest read.
 constexpr uint32_t kVersionWriter = 3;
