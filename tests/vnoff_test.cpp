@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/meshbuilders.h"
+
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -21,27 +23,12 @@ using Geometry::CVertexRef;
 using Geometry::CTriangleRef;
 namespace fs = std::filesystem;
 
-fs::path tempDir() {
-    static const fs::path dir = [] {
-        fs::path d = fs::temp_directory_path() / ("vnoff_test_" + std::to_string(::getpid()));
-        fs::create_directories(d);
-        return d;
-    }();
-    return dir;
-}
+// The suites share one scratch folder per process (tests/support).
+fs::path tempDir() { return fs::path(CbWideToUtf8(VnTest::TempPath(""))); }
 
-std::wstring tempFile(const std::string& name, const std::string& bytes) {
-    fs::path p = tempDir() / name;
-    std::ofstream(p, std::ios::binary) << bytes;
-    return p.wstring();
-}
+std::wstring tempFile(const std::string& name, const std::string& bytes) { return VnTest::WriteTempFile(name, bytes); }
 
-std::string fileBytes(const std::wstring& path) {
-    std::ifstream in{fs::path(path), std::ios::binary};
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
+std::string fileBytes(const std::wstring& path) { return VnTest::ReadFileBytes(path); }
 
 std::wstring dataFile(const char* name) { return (fs::path(VNIO_TEST_DATA_DIR) / name).wstring(); }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/meshbuilders.h"
+
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -21,20 +23,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-fs::path tempDir() {
-    static const fs::path dir = [] {
-        fs::path d = fs::temp_directory_path() / ("vnstlold_test_" + std::to_string(::getpid()));
-        fs::create_directories(d);
-        return d;
-    }();
-    return dir;
-}
+// The suites share one scratch folder per process (tests/support).
+fs::path tempDir() { return fs::path(CbWideToUtf8(VnTest::TempPath(""))); }
 
-std::wstring tempFile(const std::string& name, const std::string& bytes) {
-    fs::path p = tempDir() / name;
-    std::ofstream(p, std::ios::binary) << bytes;
-    return p.wstring();
-}
+std::wstring tempFile(const std::string& name, const std::string& bytes) { return VnTest::WriteTempFile(name, bytes); }
 
 // A strip of `count` triangles in the plane z = level, each with its own vertices.
 std::shared_ptr<VnTriangulationDynamic> makeStrip(int count, float level) {
