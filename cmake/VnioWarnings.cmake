@@ -5,6 +5,13 @@ if(VNIO_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   add_link_options(-fsanitize=address,undefined)
 endif()
+# Fuzzing instruments every layer for coverage, not just the targets: otherwise libFuzzer
+# sees only the entry point and mutates blind.
+if(VNIO_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer
+                      -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()
 
 # Adds one base layer of the project: sources from src/, public headers from include/.
 # The layers are object libraries; the shared library vnio carries their code, so a

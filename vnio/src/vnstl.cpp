@@ -26,6 +26,8 @@ constexpr uint32_t kMaxCount = 0x55555556u; // three times the count must fit in
 constexpr uint32_t kReserveCap = 10000000u;
 constexpr size_t kRecord = 50;
 constexpr uint32_t kChunkRecords = 1u << 16;
+// The first block from a source of unknown size; it doubles while records keep coming.
+constexpr uint32_t kBlindRecords = 256;
 
 bool combineFlagsWithAttribute(EFlagsRead flags, const CAttributeWord& attribute) {
     return (uint32_t(flags) & ~uint32_t(eFlagVertexNormals)) != 0 && !attribute.IsNull();
@@ -223,15 +225,18 @@ bool Serialize(CbStreamReadBinary& stream, CTriangulation& mesh, EFlagsRead flag
         if (ok) {
             mesh.RemoveAll();
             auto normals = GetOrCreateAttribute<CTriangleRef, CbVector3f>(mesh, "normal");
-            uint64_t left = stream.GetBytesLeft();
-            uint64_t reserve = std::min<uint64_t>(count, kReserveCap);
-            if (left != CbStreamRead::kUnknownSize) reserve = std::min<uint64_t>(reserve, left / kRecord);
-            else reserve = std::min<uint64_t>(reserve, 65536);
+            // Only a source that knows its size can vouch for the count; from any other, the
+            // buffers grow with the records that actually arrive.
+            const uint64_t left = stream.GetBytesLeft();
+            const bool sized = left != CbStreamRead::kUnknownSize;
+            const uint64_t reserve = sized ? std::min<uint64_t>({count, kReserveCap, left / kRecord}) : 0;
             mesh.ReserveTriangles(uint32_t(reserve));
             mesh.ReserveVertices(uint32_t(reserve * 3));
             // Records are read in blocks and appended in bulk; the outcome is the same as
             // record by record, a short block failing exactly where a short record would.
-            std::vector<uint8_t> block(size_t(std::min<uint64_t>(std::max<uint64_t>(reserve, 1), kChunkRecords)) * kRecord);
+            const uint64_t first = sized ? reserve : std::min(count, kBlindRecords);
+            const uint64_t blockRecords = std::min<uint64_t>(std::max<uint64_t>(first, 1), kChunkRecords);
+            std::vector<uint8_t> block(size_t(blockRecords) * kRecord);
             std::vector<CbVector3f> positions;
             std::vector<STriangleCorners> corners;
             uint32_t done = 0;
@@ -258,6 +263,7 @@ bool Serialize(CbStreamReadBinary& stream, CTriangulation& mesh, EFlagsRead flag
                     if (attribute) std::memcpy(&attribute[t], r + 48, 2);
                 }
                 done += whole;
+                if (ok && !sized && block.size() < size_t(kChunkRecords) * kRecord) block.resize(block.size() * 2);
             }
         }
         if (ok) return PostprocessTriangleSoup(mesh, flags);

@@ -24,6 +24,10 @@ constexpr const char* kFnReadComponent = "VnStreamReadCompressedTriangulation::r
 // Reservations made from header counts never exceed this; the arrays grow as components
 // are really decoded.
 constexpr uint32_t kReserveCap = 1u << 20;
+// Well-compressed meshes take about 2 bits a triangle for connectivity and a byte or more
+// a vertex for positions; reservations assume no better than these ratios.
+constexpr uint64_t kVerticesPerByte = 2, kTrianglesPerByte = 4;
+constexpr uint64_t kBlindReserve = 4096;
 // Smallest polyline record: its version word and its point count.
 constexpr uint64_t kPolylineMinBytes = 8;
 
@@ -125,8 +129,12 @@ void VnStreamReadCompressedTriangulation::decompressGeometry(Geometry::CTriangul
     if (m_headerTriangles == 0 || components > m_headerTriangles || m_headerVertices == 0 ||
         uint64_t(m_headerVertices) > 3 * uint64_t(m_headerTriangles))
         fail(__LINE__, kFnDecompressGeometry);
-    mesh.ReserveVertices(std::min(m_headerVertices, kReserveCap));
-    mesh.ReserveTriangles(std::min(m_headerTriangles, kReserveCap));
+    // The header only hints at the sizes: a reservation never runs ahead of what the bytes
+    // left could plausibly hold, and the mesh grows with what is decoded.
+    const uint64_t left = source().GetBytesLeft();
+    const uint64_t room = left == CbStreamRead::kUnknownSize ? kBlindReserve : left;
+    mesh.ReserveVertices(static_cast<uint32_t>(std::min<uint64_t>({m_headerVertices, kReserveCap, kVerticesPerByte * room})));
+    mesh.ReserveTriangles(static_cast<uint32_t>(std::min<uint64_t>({m_headerTriangles, kReserveCap, kTrianglesPerByte * room})));
     m_verticesLeft = m_headerVertices;
     m_trianglesLeft = m_headerTriangles;
     std::vector<Geometry::STriangleCorners> shifted;

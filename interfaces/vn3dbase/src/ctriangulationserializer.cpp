@@ -1,5 +1,6 @@
 #include "vn3dbase/ctriangulationserializer.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "vn3dbase/registry.h"
@@ -12,6 +13,9 @@ constexpr const char* kRead = "Geometry::CTriangulation_Serializer::Serialize";
 // Upper bound on attribute metadata a real mesh carries; a forged count fails here.
 constexpr uint32_t kMaxAttributes = 4096;
 constexpr uint32_t kMaxConfiguration = 1 << 20;
+// Every attribute keeps a default element; their sizes together stay within this, so a forged
+// element size cannot demand memory the stream never backs with bytes.
+constexpr uint64_t kMaxElementBytes = 1 << 20;
 
 void need(const CbStreamReadBinary& s, uint64_t bytes) {
     uint64_t left = s.GetBytesLeft();
@@ -23,9 +27,10 @@ void need(const CbStreamReadBinary& s, uint64_t bytes) {
 void readArray(CbStreamReadBinary& s, std::vector<uint8_t>& out, uint64_t bytes) {
     need(s, bytes);
     out.clear();
-    constexpr uint64_t kChunk = 1 << 24;
+    constexpr uint64_t kFirstChunk = 1 << 16, kChunk = 1 << 24;
     while (out.size() < bytes) {
-        size_t n = static_cast<size_t>(std::min<uint64_t>(kChunk, bytes - out.size()));
+        const uint64_t step = std::clamp<uint64_t>(out.size(), kFirstChunk, kChunk);
+        size_t n = static_cast<size_t>(std::min<uint64_t>(step, bytes - out.size()));
         size_t old = out.size();
         out.resize(old + n);
         s.ReadExact(out.data() + old, n);
@@ -91,6 +96,7 @@ std::unique_ptr<CTriangulation> CTriangulation_Serializer::Serialize(CbStreamRea
             if (v >= nv) throw CbExceptionStream(kSource, __LINE__, kRead);
     auto mesh = std::make_unique<CTriangulation>(nv, nt, SMemoryBlock<CbVector3f>(std::move(positions)),
                                                  SMemoryBlock<STriangleCorners>(std::move(corners)));
+    uint64_t elementBytes = 0;
     for (int container = 0; container < 2; ++container) {
         uint32_t count = 0;
         s >> count;
@@ -101,10 +107,14 @@ std::unique_ptr<CTriangulation> CTriangulation_Serializer::Serialize(CbStreamRea
             uint32_t elementSize = 0, configSize = 0, mode = 0;
             uint8_t serialize = 0;
             s >> name >> elementSize >> serialize >> configSize;
-            if (configSize > kMaxConfiguration) throw CbExceptionStream(kSource, __LINE__, kRead);
+            elementBytes += elementSize;
+            if (configSize > kMaxConfiguration || elementBytes > kMaxElementBytes)
+                throw CbExceptionStream(kSource, __LINE__, kRead);
             std::vector<uint8_t> config;
             readArray(s, config, configSize);
             s >> mode;
+            // The values come first: the attribute is sized only once its bytes have arrived.
+            readArray(s, bytes, elements * elementSize);
             std::vector<uint8_t> def(elementSize, 0);
             if (config.size() >= 4 + size_t(elementSize)) std::memcpy(def.data(), config.data() + 4, elementSize);
             const SAttributeData* reg = CTriangulationConfigurationRegistry::Get(container, name);
@@ -113,7 +123,6 @@ std::unique_ptr<CTriangulation> CTriangulation_Serializer::Serialize(CbStreamRea
             e->configuration = std::move(config);
             e->mode = mode;
             mesh->connectAttribute(container, name);
-            readArray(s, bytes, elements * elementSize);
             if (!bytes.empty()) std::memcpy(e->data.data(), bytes.data(), bytes.size());
         }
     }
