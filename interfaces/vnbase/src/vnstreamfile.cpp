@@ -9,6 +9,13 @@
 namespace {
 constexpr const char* kSource = "vnlibraries/vnbase/vnstreamfile";
 constexpr size_t kBufferSize = 1 << 20;
+constexpr size_t kSmallestReadBuffer = 4096;
+
+// A read window as large as the file needs and no larger: opening a small file should not
+// cost a megabyte of zeroed memory. A size of 0 (a pipe, a /proc file) gets the minimum.
+size_t readBufferFor(uint64_t fileSize) {
+    return static_cast<size_t>(std::clamp<uint64_t>(fileSize + 1, kSmallestReadBuffer, kBufferSize));
+}
 } // namespace
 
 namespace VnDetail {
@@ -53,7 +60,7 @@ size_t VnStreamReadBinaryFile::readSlow(void* buffer, size_t count) {
         if (m_buffer.empty()) m_cur = m_end = nullptr;
         return done + n;
     }
-    if (m_buffer.empty()) m_buffer.resize(kBufferSize);
+    if (m_buffer.empty()) m_buffer.resize(readBufferFor(m_file.GetSize()));
     size_t n = std::fread(m_buffer.data(), 1, m_buffer.size(), m_file.Get());
     m_cur = m_buffer.data();
     m_end = m_cur + n;
@@ -126,7 +133,7 @@ VnStreamReadASCIIFile::VnStreamReadASCIIFile(const CStringW& path)
     : m_file(path.c_str(), "rb", "VnStreamReadASCIIFile::VnStreamReadASCIIFile") {}
 
 bool VnStreamReadASCIIFile::refill() {
-    if (m_buffer.empty()) m_buffer.resize(kBufferSize);
+    if (m_buffer.empty()) m_buffer.resize(readBufferFor(m_file.GetSize()));
     size_t n = std::fread(m_buffer.data(), 1, m_buffer.size(), m_file.Get());
     if (n == 0) {
         if (std::ferror(m_file.Get())) throw CbExceptionStream(kSource, __LINE__, "VnStreamReadASCIIFile::Read");
