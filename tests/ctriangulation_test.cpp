@@ -117,6 +117,45 @@ TEST(CTriangulationModel, AdjacencyFollowsTheEdgeConvention) {
     EXPECT_EQ(mesh.GetVertexTriangles(CVertexRef(0)).size(), 3u);
 }
 
+// Adjacency against the rule stated directly over all triangles: edge a->b of t gets the
+// triangle holding the only b->a, unless another triangle also runs a->b. Random soups over
+// few vertices give repeated, reversed, degenerate and non-manifold edges, and removed slots.
+TEST(CTriangulationModel, AdjacencyMatchesTheRuleOnRandomSoups) {
+    std::mt19937 rng(7);
+    for (int round = 0; round < 300; ++round) {
+        const uint32_t nv = 3 + rng() % 8;
+        CTriangulation mesh;
+        for (uint32_t v = 0; v < nv; ++v) mesh.AddVertex(CbVector3f(float(v), 0, 0));
+        const uint32_t nt = 1 + rng() % 40;
+        for (uint32_t t = 0; t < nt; ++t)
+            mesh.AddTriangle(CVertexRef(rng() % nv), CVertexRef(rng() % nv), CVertexRef(rng() % nv));
+        for (uint32_t t = 0; t < nt; ++t)
+            if (rng() % 10 == 0) mesh.RemoveTriangle(CTriangleRef(t));
+        mesh.ComputeAdjacency();
+        for (CTriangleRef t : mesh.Triangles()) {
+            const STriangleCorners c = mesh.GetCorners(t);
+            for (int k = 0; k < 3; ++k) {
+                const uint32_t a = c[k], b = c[(k + 1) % 3];
+                uint32_t twin = c_IndexInvalid;
+                int twins = 0, same = 0;
+                for (CTriangleRef u : mesh.Triangles()) {
+                    const STriangleCorners d = mesh.GetCorners(u);
+                    for (int j = 0; j < 3; ++j) {
+                        if (d[j] == b && d[(j + 1) % 3] == a) {
+                            twin = u;
+                            ++twins;
+                        }
+                        if (d[j] == a && d[(j + 1) % 3] == b && u != t) ++same;
+                    }
+                }
+                const uint32_t expected = a != b && twins == 1 && same == 0 && twin != t ? twin : c_IndexInvalid;
+                ASSERT_EQ(mesh.GetAdjacentTriangle(t, k), expected)
+                    << "round " << round << " triangle " << t.Index() << " edge " << k;
+            }
+        }
+    }
+}
+
 TEST(CTriangulationSerializer, RoundTripsGeometryAttributesAndDeletedSlots) {
     CTriangulation mesh = VnTest::MakeTorus(8, 5);
     auto color = GetOrCreateAttribute<CVertexRef, VnColorRGBA>(mesh, "color");

@@ -219,30 +219,50 @@ void CTriangulation::ComputeVertexTriangleRelation() {
 }
 
 void CTriangulation::ComputeAdjacency() {
-    // Each directed edge a->b looks for its twin b->a among the triangles of vertex b.
-    // An edge with more than one twin candidate, or a repeated direction, is left without a
-    // neighbour: such an edge is not manifold and no traversal may cross it.
+    // The twin of a directed edge a->b is the edge b->a. Both meet at b, so the edges are
+    // matched vertex by vertex over b's triangles: each triangle is visited once per corner
+    // instead of once per edge of every neighbour. An edge with more than one twin
+    // candidate, or a repeated direction, is left without a neighbour: such an edge is not
+    // manifold and no traversal may cross it. A triangle that has b at two corners is
+    // listed twice around b and counts twice, which keeps such edges unmatched.
     if (!m_vtValid) ComputeVertexTriangleRelation();
     const uint32_t nv = GetVertexSlotCount();
     m_adjacency.assign(m_corners.size(), STriangleCorners{c_IndexInvalid, c_IndexInvalid, c_IndexInvalid});
-    for (CTriangleRef t : Triangles()) {
-        const STriangleCorners& c = m_corners[t];
-        for (int k = 0; k < 3; ++k) {
-            uint32_t a = c[k], b = c[(k + 1) % 3];
-            if (a >= nv || b >= nv || a == b) continue;
-            uint32_t twin = c_IndexInvalid;
-            int twins = 0, sameDirection = 0;
-            for (uint32_t u : GetVertexTriangles(CVertexRef(b))) {
-                const STriangleCorners& d = m_corners[u];
-                for (int j = 0; j < 3; ++j) {
-                    if (d[j] == b && d[(j + 1) % 3] == a) {
-                        twin = u;
+    struct SEnd {
+        uint32_t other;    // the edge's other vertex
+        uint32_t triangle;
+    };
+    std::vector<SEnd> leaving, arriving; // edges b->other and other->b around one vertex b
+    for (uint32_t b = 0; b < nv; ++b) {
+        const std::span<const uint32_t> around = GetVertexTriangles(CVertexRef(b));
+        if (around.empty()) continue;
+        leaving.clear();
+        arriving.clear();
+        for (uint32_t u : around) {
+            const STriangleCorners& d = m_corners[u];
+            for (int j = 0; j < 3; ++j) {
+                if (d[j] == b) leaving.push_back({d[(j + 1) % 3], u});
+                if (d[(j + 1) % 3] == b) arriving.push_back({d[j], u});
+            }
+        }
+        for (size_t i = 0; i < around.size(); ++i) {
+            const uint32_t t = around[i];
+            if (i > 0 && around[i - 1] == t) continue; // the same triangle, listed again
+            const STriangleCorners& c = m_corners[t];
+            for (int k = 0; k < 3; ++k) {
+                const uint32_t a = c[k];
+                if (c[(k + 1) % 3] != b || a >= nv || a == b) continue;
+                uint32_t twin = c_IndexInvalid;
+                int twins = 0, sameDirection = 0;
+                for (const SEnd& e : leaving)
+                    if (e.other == a) {
+                        twin = e.triangle;
                         ++twins;
                     }
-                    if (d[j] == a && d[(j + 1) % 3] == b && u != t) ++sameDirection;
-                }
+                for (const SEnd& e : arriving)
+                    if (e.other == a && e.triangle != t) ++sameDirection;
+                if (twins == 1 && sameDirection == 0 && twin != t) m_adjacency[t][k] = twin;
             }
-            if (twins == 1 && sameDirection == 0 && twin != t) m_adjacency[t][k] = twin;
         }
     }
     m_adjacencyValid = true;
