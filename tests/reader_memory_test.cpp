@@ -17,6 +17,7 @@
 #include "basepool/cbstreambinary.h"
 #include "support/meshbuilders.h"
 #include "support/plyhelpers.h"
+#include "support/unsizedstream.h"
 #include "vn3dbase/ctriangulationserializer.h"
 #include "vn3dbase/vntriangulationdynamic.h"
 #include "vnbase/vnstreamreadascii.h"

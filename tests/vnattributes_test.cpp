@@ -14,6 +14,7 @@
 
 #include "detail/vnattributeprediction.h"
 #include "support/meshbuilders.h"
+#include "support/unsizedstream.h"
 #include "vn3dbase/cattributehandle.h"
 #include "vn3dbase/registry.h"
 #include "vnbase/vncolor.h"
@@ -541,28 +542,12 @@ TEST(VnAttributesPrediction, TriangleValueIsTheAverageOfCodedNeighbours) {
 namespace {
 
 // A source that does not know its size: every count must then be bounded another way.
-class CUnsizedSource : public CbStreamReadBinary {
-public:
-    explicit CUnsizedSource(const std::vector<uint8_t>& bytes) : m_bytes(bytes) {}
-
-protected:
-    size_t readSlow(void* buffer, size_t count) override {
-        const size_t n = std::min(count, m_bytes.size() - m_at);
-        if (n) std::memcpy(buffer, m_bytes.data() + m_at, n);
-        m_at += n;
-        return n;
-    }
-
-private:
-    const std::vector<uint8_t>& m_bytes;
-    size_t m_at = 0;
-};
 
 TEST(VnAttributesVersion3, SourceOfUnknownSizeRoundTripsAndRefusesHugeBlocks) {
     const CTriangulation mesh = decoratedSphere();
     const SWritten w = writeMesh(mesh);
     {
-        CUnsizedSource source(w.bytes);
+        VnTest::CStreamReadUnsized source(std::string(w.bytes.begin(), w.bytes.end()));
         ASSERT_EQ(source.GetBytesLeft(), CbStreamRead::kUnknownSize);
         VnStreamReadCompressedTriangulation reader(source);
         CTriangulation read;
@@ -586,7 +571,7 @@ TEST(VnAttributesVersion3, SourceOfUnknownSizeRoundTripsAndRefusesHugeBlocks) {
             putWord(b, 0);
         }
         for (int i = 0; i < 64; ++i) b.push_back(0);
-        CUnsizedSource source(b);
+        VnTest::CStreamReadUnsized source(std::string(b.begin(), b.end()));
         VnStreamReadCompressedTriangulation reader(source);
         CTriangulation read;
         EXPECT_THROW(reader >> read, CbExceptionStream);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "basepool/cbstreambinary.h"
+#include "support/unsizedstream.h"
 
 namespace VnTest {
 
@@ -32,25 +33,6 @@ private:
         return *this;
     }
     std::string m_bytes;
-};
-
-// A memory stream that does not know its size, like a pipe: the reader must then grow its
-// buffers with the rows it actually finds.
-class CStreamReadUnsized : public CbStreamReadBinary {
-public:
-    explicit CStreamReadUnsized(std::string bytes) : m_bytes(std::move(bytes)) {}
-
-protected:
-    size_t readSlow(void* buffer, size_t count) override {
-        size_t n = std::min(count, m_bytes.size() - m_at);
-        std::memcpy(buffer, m_bytes.data() + m_at, n);
-        m_at += n;
-        return n;
-    }
-
-private:
-    std::string m_bytes;
-    size_t m_at = 0;
 };
 
 // True when the shell finds `program` on the PATH.
