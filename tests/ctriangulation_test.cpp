@@ -190,6 +190,24 @@ TEST(CTriangulationSerializer, RoundTripsGeometryAttributesAndDeletedSlots) {
     EXPECT_THROW(CTriangulation_Serializer::Serialize(badIn), CbExceptionStream);
 }
 
+// An attribute of zero-byte elements with a configuration block: nothing to copy, and the
+// read must not touch memory for it (a fuzzer found a null copy here under UBSan).
+TEST(CTriangulationSerializer, ZeroSizeElementsWithConfigurationRead) {
+    CbStreamWriteBinaryMemory out;
+    out.WriteVersion(CTriangulation_Serializer::c_Version);
+    out << uint32_t(3) << uint32_t(1);
+    for (float f : {0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 1.f, 0.f}) out << f;
+    out << uint32_t(0) << uint32_t(1) << uint32_t(2);
+    out << uint32_t(1) << std::string("empty") << uint32_t(0) << uint8_t(1) << uint32_t(4) << uint32_t(0) << uint32_t(0);
+    out << uint32_t(0);
+    std::vector<uint8_t> bytes = out.TakeData();
+    CbStreamReadBinaryMemory in(bytes.data(), bytes.size());
+    auto back = CTriangulation_Serializer::Serialize(in);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->GetTriangleCount(), 1u);
+    EXPECT_NE(back->FindAttribute(eContainerVertex, "empty"), nullptr);
+}
+
 TEST(VnFtCombineTriangleSoup, ExactJoinTreatsSignedZerosAsOnePoint) {
     CTriangulation mesh;
     mesh.AddVertex(CbVector3f(0.f, 0.f, 0.f));

@@ -116,7 +116,7 @@ std::unique_ptr<CTriangulation> CTriangulation_Serializer::Serialize(CbStreamRea
             // The values come first: the attribute is sized only once its bytes have arrived.
             readArray(s, bytes, elements * elementSize);
             std::vector<uint8_t> def(elementSize, 0);
-            if (config.size() >= 4 + size_t(elementSize)) std::memcpy(def.data(), config.data() + 4, elementSize);
+            if (elementSize && config.size() >= 4 + size_t(elementSize)) std::memcpy(def.data(), config.data() + 4, elementSize);
             const SAttributeData* reg = CTriangulationConfigurationRegistry::Get(container, name);
             const std::type_info* type = reg && reg->elementSize == elementSize ? reg->type : nullptr;
             SAttributeEntry* e = mesh->InsertAttribute(container, name, elementSize, type, std::move(def), serialize != 0);
