@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <bit>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <unordered_map>
@@ -15,6 +17,7 @@
 #include "basepool/cbexception.h"
 #include "basepool/cbstreambinary.h"
 #include "vnio/vnstreamreadcompressedtriangulation.h"
+#include "vnbase/vnquantization.h"
 #include "vnio/vnstreamwritecompressedtriangulation.h"
 
 namespace Compare {
@@ -88,7 +91,108 @@ std::vector<float> dracoPositions(const draco::Mesh& mesh) {
     return xyz;
 }
 
+// Replays the position predictions once the geometry is coded; the attribute section is the
+// first hook after it, and the order, reference triangles and reconstructed positions are
+// still there.
+class CDiagnosticWriter : public VnStreamWriteCompressedTriangulation {
+public:
+    CDiagnosticWriter(::CbStreamWriteBinary& stream, float precision, SVnmDiagnostic& out)
+        : VnStreamWriteCompressedTriangulation(stream, eQuantized, precision), m_out(out) {}
+
+protected:
+    void compressAttributes() override {
+        analyse();
+        VnStreamWriteCompressedTriangulation::compressAttributes();
+    }
+
+private:
+    void analyse() {
+        const Geometry::CTriangulation& mesh = predictionMesh();
+        Geometry::CTriangulation fans(mesh);
+        fans.ComputeVertexTriangleRelation();
+        std::vector<uint8_t> known(m_reconstructed.size(), 0);
+        std::map<int64_t, uint64_t> histogram[3], multiHistogram[3];
+        double lengths = 0;
+        const int n = m_vertexOrder.GetSize();
+        for (int i = 0; i < n; ++i) {
+            const Geometry::CVertexRef v = m_vertexOrder[i];
+            const Geometry::CTriangleRef t = m_vertexReferenceTriangles[i];
+            const Geometry::STriangleCorners& c = mesh.GetCorners(t);
+            const int k = c[0] == v ? 0 : (c[1] == v ? 1 : 2);
+            const uint32_t a = c[(k + 2) % 3], b = c[(k + 1) % 3];
+            if (known[a] && known[b]) {
+                const uint32_t across = mesh.GetAdjacentTriangle(t, (k + 1) % 3);
+                bool opposite = false;
+                if (across != Geometry::c_IndexInvalid) {
+                    const Geometry::STriangleCorners& o = mesh.GetCorners(Geometry::CTriangleRef(across));
+                    const int j = o[0] == b ? 0 : (o[1] == b ? 1 : 2);
+                    opposite = known[o[(j + 1) % 3]] != 0;
+                }
+                ++(opposite ? m_out.parallelogram : m_out.midpoint);
+            } else if (known[a] || known[b]) {
+                ++m_out.oneCorner;
+            } else {
+                ++m_out.none;
+            }
+            const CbVector3f p = predictPosition(mesh, m_reconstructed.data(), known.data(), v, t);
+            CbVector3f sum;
+            int parallelograms = 0;
+            for (uint32_t f : fans.GetVertexTriangles(v)) {
+                const Geometry::STriangleCorners& fc = fans.GetCorners(Geometry::CTriangleRef(f));
+                const int fk = fc[0] == v ? 0 : (fc[1] == v ? 1 : 2);
+                const uint32_t fa = fc[(fk + 2) % 3], fb = fc[(fk + 1) % 3];
+                const uint32_t across = mesh.GetAdjacentTriangle(Geometry::CTriangleRef(f), (fk + 1) % 3);
+                if (!known[fa] || !known[fb] || across == Geometry::c_IndexInvalid) continue;
+                const Geometry::STriangleCorners& o = mesh.GetCorners(Geometry::CTriangleRef(across));
+                const int j = o[0] == fb ? 0 : (o[1] == fb ? 1 : 2);
+                if (!known[o[(j + 1) % 3]]) continue;
+                sum += m_reconstructed[fa] + m_reconstructed[fb] - m_reconstructed[o[(j + 1) % 3]];
+                ++parallelograms;
+            }
+            const CbVector3f multi = parallelograms ? sum * (1.f / float(parallelograms)) : p;
+            for (int axis = 0; axis < 3; ++axis) {
+                const uint32_t code = m_quantizers[axis]->Map(m_reconstructed[v][axis]);
+                const int64_t r = static_cast<int32_t>(code - m_quantizers[axis]->Map(p[axis]));
+                ++histogram[axis][r];
+                ++multiHistogram[axis][static_cast<int32_t>(code - m_quantizers[axis]->Map(multi[axis]))];
+                lengths += std::bit_width(static_cast<uint64_t>(r < 0 ? -r : r));
+            }
+            known[v] = 1;
+        }
+        auto entropy = [n](const std::map<int64_t, uint64_t>* h) {
+            double bits = 0;
+            for (int axis = 0; axis < 3; ++axis)
+                for (const auto& [value, count] : h[axis]) bits -= double(count) * std::log2(double(count) / n);
+            return n ? bits / n : 0;
+        };
+        m_out.entropyBitsPerVertex = entropy(histogram);
+        m_out.multiEntropyBitsPerVertex = entropy(multiHistogram);
+        m_out.meanBitLength = n ? lengths / (3.0 * n) : 0;
+    }
+
+    SVnmDiagnostic& m_out;
+};
+
 } // namespace
+
+SVnmDiagnostic DiagnoseVnm(const SMesh& m, double precision) {
+    SVnmDiagnostic out;
+    try {
+        Geometry::CTriangulation mesh;
+        mesh.AppendVertices(reinterpret_cast<const CbVector3f*>(m.xyz.data()), m.Vertices());
+        mesh.AppendTriangles(reinterpret_cast<const Geometry::STriangleCorners*>(m.tris.data()), m.Triangles());
+        CbStreamWriteBinaryMemory memory;
+        CDiagnosticWriter writer(memory, float(precision), out);
+        writer << mesh;
+        out.positionBytes = writer.GetPositionBytes();
+        if (!writer.IsConsistent()) out.problem = "stored natively";
+    } catch (const CbException& e) {
+        out.problem = e.Describe();
+    } catch (const std::exception& e) {
+        out.problem = e.what();
+    }
+    return out;
+}
 
 double MeanEdgeLength(const SMesh& m) {
     double sum = 0;

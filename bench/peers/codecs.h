@@ -44,6 +44,21 @@ struct SVnmResult {
 // precision <= 0 writes the lossless stream.
 SVnmResult RunVnm(const SMesh& mesh, double precision, int runs, bool timed);
 
+// Where the VnIO stream's position bits go, read off a writer subclass after the geometry
+// is coded: how each vertex was predicted and the order-0 entropy of the residual codes
+// (what an ideal static coder of those residuals would need, per vertex, three axes).
+struct SVnmDiagnostic {
+    uint64_t parallelogram = 0, midpoint = 0, oneCorner = 0, none = 0;
+    double entropyBitsPerVertex = 0;
+    // The same with every parallelogram whose corners are known when the vertex is coded,
+    // averaged (the reader has a component's whole connectivity before its positions).
+    double multiEntropyBitsPerVertex = 0;
+    double meanBitLength = 0; // of |residual|, per axis value
+    uint64_t positionBytes = 0;
+    std::string problem;
+};
+SVnmDiagnostic DiagnoseVnm(const SMesh& mesh, double precision);
+
 // Symmetric nearest-neighbour distance between two point sets (a uniform grid of cell
 // `cell`; the search widens ring by ring until the nearest point is certain).
 double SymmetricNearest(const std::vector<float>& a, const std::vector<float>& b, double cell);

@@ -9,6 +9,7 @@
 // its own, compares compressed sizes in process, and writes one markdown report.
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -230,7 +231,8 @@ bool usable(const SCell& c) { return c.ran && c.failure.empty() && c.countOk && 
 // A peer result that is a fair yardstick: right counts and an indexed mesh (not a soup).
 bool comparable(const SCell& c) { return usable(c) && !c.soup; }
 
-std::string ratioText(const SCell& vn, const std::vector<std::pair<std::string, const SCell*>>& peers) {
+std::string ratioText(const SCell& vn, const std::vector<std::pair<std::string, const SCell*>>& peers, double* ratio) {
+    *ratio = 0;
     if (!usable(vn)) return "—";
     double best = 0;
     std::string who;
@@ -240,7 +242,8 @@ std::string ratioText(const SCell& vn, const std::vector<std::pair<std::string, 
             who = name;
         }
     if (who.empty()) return "no peer";
-    return fmtNum(median(vn.ms) / best, "%.2f") + "× " + who;
+    *ratio = median(vn.ms) / best;
+    return fmtNum(*ratio, "%.2g") + "× " + who;
 }
 
 SPrepared prepare(const std::string& work, const std::string& name, const SMesh& mesh, const std::string& source, bool generated) {
@@ -267,6 +270,8 @@ struct SMatched {
     double precision = 0;
     SVnmResult coarser; // one grid step coarser than the one chosen (error above Draco's)
     bool haveCoarser = false;
+    bool capped = false; // a precision four times coarser than needed still met the error
+    SVnmDiagnostic diagnostic; // at the chosen precision
 };
 
 SMatched matchDraco(const SMesh& mesh, int qp, int runs) {
@@ -279,8 +284,9 @@ SMatched matchDraco(const SMesh& mesh, int qp, int runs) {
     // The stream's grid step is a power of two at most the precision asked for, so the
     // precisions worth trying are powers of two: from clearly too coarse down to the first
     // whose actual error is within Draco's.
-    int k = static_cast<int>(std::ceil(std::log2(8 * target)));
-    for (int tries = 0; tries < 16; ++tries, --k) {
+    // Two powers of two above the expected one, to see whether the writer caps the step.
+    int k = static_cast<int>(std::ceil(std::log2(8 * target))) + 2;
+    for (int tries = 0; tries < 18; ++tries, --k) {
         const double precision = std::ldexp(1.0, k);
         SVnmResult r = RunVnm(mesh, precision, 1, false);
         if (!r.problem.empty()) {
@@ -289,8 +295,10 @@ SMatched matchDraco(const SMesh& mesh, int qp, int runs) {
             return m;
         }
         if (r.error.l2 <= target) {
+            m.capped = tries == 0;
             m.precision = precision;
             m.vnm = RunVnm(mesh, precision, runs, true);
+            m.diagnostic = DiagnoseVnm(mesh, precision);
             return m;
         }
         m.coarser = r;
@@ -333,6 +341,22 @@ void externalCompress(SContext& ctx, const std::string& ply, const std::string& 
     fs::remove(packed);
 }
 
+// What touching fresh memory costs here: allocation-heavy code pays it on every first touch,
+// and on virtual machines it can dominate small operations.
+double freshPageMsPerMiB() {
+    constexpr size_t kBytes = size_t(8) << 20;
+    std::vector<double> t;
+    for (int i = 0; i < 5; ++i) {
+        void* p = mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (p == MAP_FAILED) return 0;
+        const double t0 = NowMs();
+        std::memset(p, 1, kBytes);
+        t.push_back((NowMs() - t0) / 8.0);
+        munmap(p, kBytes);
+    }
+    return median(t);
+}
+
 int run(const std::vector<std::string>& args) {
     SContext ctx;
     std::string report, corpus, header;
@@ -357,6 +381,7 @@ int run(const std::vector<std::string>& args) {
     ctx.errLog = ctx.work + "/child-stderr.log";
     fs::remove(ctx.errLog);
     const double start = NowMs();
+    const double pageCost = freshPageMsPerMiB();
 
     // ---- meshes ----
     std::vector<SPrepared> meshes;
@@ -428,7 +453,9 @@ int run(const std::vector<std::string>& args) {
     // ---- report ----
     std::ostringstream md;
     md << "# VnIO and peer libraries, side by side\n\n";
-    if (!header.empty()) md << FileToString(header) << "\n";
+    if (!header.empty()) md << FileToString(header);
+    md << "- First touch of fresh memory (page faults): " << fmtNum(pageCost, "%.2f")
+       << " ms per MiB on this machine, measured at the start of the run.\n\n";
     for (const std::string& n : corpusNotes) md << "- " << n << "\n";
     md << "- Meshes (positions and triangles only; vertices no triangle uses dropped):";
     for (const SPrepared& p : meshes)
@@ -443,17 +470,24 @@ int run(const std::vector<std::string>& args) {
           "produced an indexed mesh with the right counts (below 1: VnIO faster).\n\n";
     md << "| mesh | format |";
     for (const SColumn& c : kColumns) md << " " << c.title << " |";
-    md << " VnIO load vs fastest peer | VnIO write vs fastest peer |\n|---|---|";
-    for (size_t i = 0; i < std::size(kColumns) + 2; ++i) md << "---|";
+    md << " VnIO load vs fastest peer | VnIO write vs fastest peer | why VnIO is behind |\n|---|---|";
+    for (size_t i = 0; i < std::size(kColumns) + 3; ++i) md << "---|";
     md << "\n";
     for (const SPrepared& p : meshes)
         for (const char* fmt : kFormats) {
             const auto& row = cells[p.name][fmt];
             md << "| " << p.name << " | " << formatTitle(fmt) << " |";
             for (const SCell& c : row) md << " " << cellText(c) << " |";
+            double loadRatio = 0, writeRatio = 0;
             md << " " << ratioText(row[0], {{"tinyobjloader", &row[2]}, {"assimp", &row[3]}, {"assimp+Join", &row[4]},
-                                            {"OpenMesh", &row[6]}})
-               << " | " << ratioText(row[1], {{"assimp", &row[5]}, {"OpenMesh", &row[7]}}) << " |\n";
+                                            {"OpenMesh", &row[6]}}, &loadRatio)
+               << " | " << ratioText(row[1], {{"assimp", &row[5]}, {"OpenMesh", &row[7]}}, &writeRatio) << " | ";
+            std::string why;
+            if (loadRatio > 1.05) why += "The load also builds " + inspect[fmt] + ". ";
+            if (writeRatio > 1.05 && usable(row[1]) && median(row[1].ms) < 2 * pageCost && median(row[1].mb) >= 0.8)
+                why += "The write costs about a first touch of 1 MiB of fresh memory here (peak +" +
+                       fmtNum(median(row[1].mb), "%.1f") + " MB): a fixed cost per file. ";
+            md << why << "|\n";
         }
     md << "\nWhat each library produces:\n\n";
     md << "- **VnIO**: `Geometry::CTriangulation`. STL is read with `eFlagCombine` (corners with equal coordinates joined); "
@@ -519,10 +553,33 @@ int run(const std::vector<std::string>& args) {
             if (v.attributes) note += "VnIO stream carries " + std::to_string(v.attributes) + " attribute records. ";
             if (std::fabs(v.nearestL2 - v.error.l2) > 1e-6 * (1 + v.error.l2) && v.nearestL2 > v.error.l2)
                 note += "VnIO nearest-neighbour check " + fmtErr(v.nearestL2) + ". ";
+            if (m.capped && v.coded)
+                note += "the writer caps the grid step between 1/8 and 1/4 of the mean edge length (≈" +
+                        fmtNum(meanEdge[p.name], "%.3g") + "): any larger precision gives this grid. ";
             if (m.haveCoarser && m.coarser.problem.empty())
                 note += "one grid step coarser: err " + fmtErr(m.coarser.error.l2) + ", " +
                         fmtNum(bitsPerVertex(m.coarser.bytes, V), "%.2f") + " bpv. ";
             md << note << "|\n";
+        }
+    md << "\nWhere VnIO's position bits go at the precision chosen above (a writer subclass replays the predictions "
+          "after the geometry is coded): how the vertices were predicted, the order-0 entropy of the per-axis residual codes "
+          "(what an ideal static coder of exactly these residuals would spend) against the bits the stream spends, and the "
+          "mean bit length of a residual.\n\n";
+    md << "| mesh | qp | parallelogram | midpoint | one corner / none | residual entropy b/V | coded pos b/V | mean "
+          "residual bits | entropy with all known parallelograms averaged b/V |\n|---|---|---|---|---|---|---|---|---|\n";
+    for (const SPrepared& p : meshes)
+        for (const SMatched& m : matched[p.name]) {
+            const SVnmDiagnostic& d = m.diagnostic;
+            md << "| " << p.name << " | " << m.qp << " | ";
+            if (!d.problem.empty() || !m.vnm.coded) {
+                md << (d.problem.empty() ? std::string("not coded") : d.problem) << " | | | | | | |\n";
+                continue;
+            }
+            const double n = double(d.parallelogram + d.midpoint + d.oneCorner + d.none);
+            auto pct = [n](uint64_t c) { return fmtNum(n > 0 ? 100.0 * double(c) / n : 0, "%.1f") + "%"; };
+            md << pct(d.parallelogram) << " | " << pct(d.midpoint) << " | " << pct(d.oneCorner) << " / " << pct(d.none) << " | "
+               << fmtNum(d.entropyBitsPerVertex, "%.2f") << " | " << fmtNum(bitsPerVertex(d.positionBytes, p.expected.vertices), "%.2f")
+               << " | " << fmtNum(d.meanBitLength, "%.2f") << " | " << fmtNum(d.multiEntropyBitsPerVertex, "%.2f") << " |\n";
         }
     md << "\n";
 

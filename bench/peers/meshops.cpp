@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <OpenMesh/Core/IO/MeshIO.hh>
 #include <OpenMesh/Core/Mesh/TriMesh_ArrayKernelT.hh>
@@ -226,12 +227,15 @@ int RunOp(const std::string& lib, const std::string& op, const std::string& fmt,
 std::string InspectVnioLoad(const std::string& fmt, const std::string& file) {
     Geometry::CTriangulation mesh;
     vnioLoad(fmt, file, mesh);
-    std::string s = std::string("adjacency ") + (mesh.HasAdjacency() ? "yes" : "no") + ", vertex-triangle relation " +
-                    (mesh.HasVertexTriangleRelation() ? "yes" : "no");
+    std::vector<std::string> built;
+    if (mesh.HasAdjacency()) built.push_back("adjacency");
+    if (mesh.HasVertexTriangleRelation()) built.push_back("vertex-triangle relation");
     for (int c = 0; c < 2; ++c)
         for (const Geometry::SAttributeEntry* e : mesh.GetAttributes(c))
-            if (e->connected) s += std::string(", ") + (c == 0 ? "vertex " : "triangle ") + e->name;
-    return s;
+            if (e->connected) built.push_back(std::string(c == 0 ? "vertex " : "triangle ") + e->name);
+    std::string s;
+    for (const std::string& b : built) s += (s.empty() ? "" : ", ") + b;
+    return s.empty() ? "nothing else" : s;
 }
 
 } // namespace Compare
