@@ -72,9 +72,9 @@ struct SOpResult {
     uint64_t vertices = 0, triangles = 0;
     std::string check = "ok"; // "ok" or what was wrong
 };
-// lib: vnio, tinyobj, assimp, assimp-join, openmesh; op: load, write; fmt: stl obj ply off.
-// `verify` re-reads a written file with the same library and checks its counts.
-int RunOp(const std::string& lib, const std::string& op, const std::string& fmt, const std::string& file,
+// lib: vnio, tinyobj, assimp, assimp-join, openmesh; ops: load or load+write; fmt: stl obj
+// ply off. `verify` re-reads a written file with the same library and checks its counts.
+int RunOp(const std::string& lib, const std::string& ops, const std::string& fmt, const std::string& file,
           const std::string& out, bool verify);
 // What a VnIO load of `file` builds besides positions and triangles, one line.
 std::string InspectVnioLoad(const std::string& fmt, const std::string& file);

@@ -1,12 +1,13 @@
 // vnio_compare: side-by-side figures of VnIO and peer libraries.
 //
 //   vnio_compare run --work DIR --report FILE [--corpus DIR] [--header FILE] [--quick] [--runs N]
-//   vnio_compare op LIB OP FMT FILE OUT [--verify]      one measured operation (a child of run)
+//   vnio_compare op LIB load|load+write FMT FILE OUT [--verify]   measured operations (a child of run)
 //   vnio_compare inspect FMT FILE                      what a VnIO load builds
 //
 // `run` prepares every mesh once (positions and triangles only, written in every format
-// by this program's own plain writers), measures each library operation in a process of
-// its own, compares compressed sizes in process, and writes one markdown report.
+// by this program's own plain writers), measures each library's load (and write) of each
+// file in fresh processes, compares compressed sizes in process, and writes one markdown
+// report.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -142,23 +143,28 @@ int spawn(const std::vector<std::string>& argv, const std::string& outFile, cons
     return WEXITSTATUS(status);
 }
 
-std::map<std::string, std::string> parseResult(const std::string& out) {
-    std::map<std::string, std::string> kv;
-    const size_t at = out.rfind("RESULT ");
-    if (at == std::string::npos) return kv;
-    std::string line = out.substr(at + 7);
-    line = line.substr(0, line.find('\n'));
-    if (line.rfind("failed=", 0) == 0) {
-        kv["failed"] = line.substr(7);
-        return kv;
+// One map of key=value per RESULT line, by its op.
+std::map<std::string, std::map<std::string, std::string>> parseResults(const std::string& out) {
+    std::map<std::string, std::map<std::string, std::string>> all;
+    std::istringstream lines(out);
+    std::string line;
+    while (std::getline(lines, line)) {
+        if (line.rfind("RESULT ", 0) != 0) continue;
+        std::map<std::string, std::string> kv;
+        std::istringstream s(line.substr(7));
+        std::string item;
+        while (s >> item) {
+            const size_t eq = item.find('=');
+            if (eq == std::string::npos) continue;
+            if (item.compare(0, eq, "failed") == 0) { // the reason runs to the end of the line
+                kv["failed"] = line.substr(line.find("failed=") + 7);
+                break;
+            }
+            kv[item.substr(0, eq)] = item.substr(eq + 1);
+        }
+        all[kv["op"]] = kv;
     }
-    std::istringstream s(line);
-    std::string item;
-    while (s >> item) {
-        const size_t eq = item.find('=');
-        if (eq != std::string::npos) kv[item.substr(0, eq)] = item.substr(eq + 1);
-    }
-    return kv;
+    return all;
 }
 
 // The vertex count each library is expected to report for a prepared file.
@@ -189,32 +195,44 @@ void progress(const std::string& s) {
     std::fflush(stderr);
 }
 
-SCell measure(SContext& ctx, const SPrepared& p, const SColumn& col, const std::string& fmt) {
-    SCell cell;
-    cell.ran = true;
+// Runs one library on one file: each run a fresh process that loads the file and, when the
+// row has a write column for the library, writes the loaded mesh; fills those cells.
+void measure(SContext& ctx, const SPrepared& p, const std::string& lib, const std::string& fmt, SCell* loadCell, SCell* writeCell) {
     const std::string file = p.base + "." + fmt;
-    const std::string out = ctx.work + "/out-" + col.lib + "." + fmt;
+    const std::string out = ctx.work + "/out-" + lib + "." + fmt;
+    SCell* cells[2] = {loadCell, writeCell};
+    const char* ops[2] = {"load", "write"};
+    for (SCell* c : cells)
+        if (c) c->ran = true;
     for (int run = 0; run < ctx.runs; ++run) {
-        std::vector<std::string> argv = {ctx.self, "op", col.lib, col.op, fmt, file, out};
+        std::vector<std::string> argv = {ctx.self, "op", lib, writeCell ? "load+write" : "load", fmt, file, out};
         if (run == 0) argv.push_back("--verify");
         std::string captured;
         const int rc = spawn(argv, "", ctx.errLog, &captured);
         fs::remove(out);
-        auto kv = parseResult(captured);
-        if (rc != 0 || kv.count("failed") || !kv.count("ms")) {
-            cell.failure = kv.count("failed") ? kv["failed"] : "exit status " + std::to_string(rc);
-            return cell;
+        auto results = parseResults(captured);
+        bool failed = false;
+        for (int i = 0; i < 2; ++i) {
+            SCell* cell = cells[i];
+            if (!cell || !cell->failure.empty()) continue;
+            auto& kv = results[ops[i]];
+            if (kv.count("failed") || !kv.count("ms")) {
+                cell->failure = kv.count("failed") ? kv["failed"] : "exit status " + std::to_string(rc);
+                failed = true;
+                continue;
+            }
+            cell->ms.push_back(std::stod(kv["ms"]));
+            cell->mb.push_back(std::stod(kv["peak_mb"]));
+            if (run == 0) {
+                cell->v = std::stoull(kv["v"]);
+                cell->t = std::stoull(kv["t"]);
+                if (kv["check"] != "ok") cell->check = kv["check"];
+            }
         }
-        cell.ms.push_back(std::stod(kv["ms"]));
-        cell.mb.push_back(std::stod(kv["peak_mb"]));
-        if (run == 0) {
-            cell.v = std::stoull(kv["v"]);
-            cell.t = std::stoull(kv["t"]);
-            if (kv["check"] != "ok") cell.check = kv["check"];
-        }
+        if (failed) break;
     }
-    checkCounts(cell, col.lib, fmt, p.expected);
-    return cell;
+    for (SCell* c : cells)
+        if (c && c->failure.empty()) checkCounts(*c, lib, fmt, p.expected);
 }
 
 std::string cellText(const SCell& c) {
@@ -421,7 +439,16 @@ int run(const std::vector<std::string>& args) {
         for (const char* fmt : kFormats) {
             progress("load/write " + p.name + " " + fmt);
             auto& row = cells[p.name][fmt];
-            for (const SColumn& col : kColumns) row.push_back(applies(col, fmt) ? measure(ctx, p, col, fmt) : SCell{});
+            row.assign(std::size(kColumns), SCell{});
+            for (size_t i = 0; i < std::size(kColumns); ++i) {
+                const SColumn& col = kColumns[i];
+                if (std::string(col.op) != "load" || !applies(col, fmt)) continue;
+                SCell* write = nullptr;
+                for (size_t j = 0; j < std::size(kColumns); ++j)
+                    if (std::string(kColumns[j].lib) == col.lib && std::string(kColumns[j].op) == "write" && applies(kColumns[j], fmt))
+                        write = &row[j];
+                measure(ctx, p, col.lib, fmt, &row[i], write);
+            }
         }
     std::map<std::string, std::string> inspect;
     for (const char* fmt : kFormats) {
@@ -462,11 +489,13 @@ int run(const std::vector<std::string>& args) {
         md << " `" << p.name << "` (" << p.source << ", V " << p.expected.vertices << ", T " << p.expected.triangles
            << (p.expected.distinct != p.expected.vertices ? ", distinct positions " + std::to_string(p.expected.distinct) : "")
            << ");";
-    md << "\n- Runs per figure: " << ctx.runs << " (median); each load or write in a process of its own.\n\n";
+    md << "\n- Runs per figure: " << ctx.runs << " (median). Each run of a library on a file is a fresh process that loads "
+          "the file and then, where there is a write column, writes what it loaded; each operation is timed alone and "
+          "the kernel's memory high-water mark is reset just before it.\n\n";
 
     md << "## a. Load / write per format\n\n";
     md << "Each cell: wall time of the operation alone (median) · peak resident memory above what the process held just "
-          "before it (kernel high-water mark reset per operation). Ratio columns: VnIO's time over the fastest peer that "
+          "before it (for a write: above the loaded mesh). Ratio columns: VnIO's time over the fastest peer that "
           "produced an indexed mesh with the right counts (below 1: VnIO faster).\n\n";
     md << "| mesh | format |";
     for (const SColumn& c : kColumns) md << " " << c.title << " |";
@@ -644,6 +673,6 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::fprintf(stderr, "usage: vnio_compare run --work DIR --report FILE [--corpus DIR] [--header FILE] [--quick] [--runs N]\n"
-                         "       vnio_compare op LIB OP FMT FILE OUT [--verify]\n       vnio_compare inspect FMT FILE\n");
+                         "       vnio_compare op LIB load|load+write FMT FILE OUT [--verify]\n       vnio_compare inspect FMT FILE\n");
     return 2;
 }

@@ -1,5 +1,6 @@
-// One load or write by one library, run in a process of its own so that its peak memory
-// is its own. Prints a single RESULT line for the parent.
+// One library's load of one file, and optionally its write of the loaded mesh, in a process
+// of its own. Each operation is timed alone with the memory high-water mark reset just
+// before it, so each peak is the operation's own. Prints one RESULT line per operation.
 #include <cstdio>
 #include <filesystem>
 #include <stdexcept>
@@ -116,111 +117,113 @@ void openmeshWrite(const std::string& fmt, const std::string& file, const OMesh&
     if (!OpenMesh::IO::write_mesh(mesh, file, options)) throw std::runtime_error("OpenMesh write_mesh failed");
 }
 
-void print(const SOpResult& r) {
-    std::printf("RESULT ms=%.3f peak_mb=%.2f v=%llu t=%llu check=%s\n", r.ms, r.peakMB, (unsigned long long)r.vertices,
-                (unsigned long long)r.triangles, r.check.c_str());
+void print(const char* op, const SOpResult& r, bool exact) {
+    std::string check = r.check + (exact ? "" : "(peak-approx)");
+    for (char& c : check)
+        if (c == ' ') c = '_';
+    std::printf("RESULT op=%s ms=%.3f peak_mb=%.2f v=%llu t=%llu check=%s\n", op, r.ms, r.peakMB, (unsigned long long)r.vertices,
+                (unsigned long long)r.triangles, check.c_str());
 }
+
+// Times `f` alone, with the high-water mark reset just before it.
+template <class F> void timed(SOpResult& r, F&& f, bool& exact) {
+    CMemProbe probe;
+    probe.Start();
+    const double t0 = NowMs();
+    f();
+    r.ms = NowMs() - t0;
+    r.peakMB = probe.PeakGrowthMB();
+    exact = probe.Exact();
+}
+
+std::string counts(uint64_t v, uint64_t t) { return "re-read " + std::to_string(v) + "/" + std::to_string(t); }
 
 } // namespace
 
-int RunOp(const std::string& lib, const std::string& op, const std::string& fmt, const std::string& file,
+int RunOp(const std::string& lib, const std::string& ops, const std::string& fmt, const std::string& file,
           const std::string& out, bool verify) {
-    SOpResult r;
-    CMemProbe probe;
-    double t0 = 0;
-    const bool write = op == "write";
-    if (op != "load" && !write) throw std::runtime_error("unknown op " + op);
+    const bool write = ops == "load+write";
+    if (ops != "load" && !write) throw std::runtime_error("unknown operations " + ops);
+    SOpResult load, store;
+    bool loadExact = true, storeExact = true;
+    const char* stage = "load";
     try {
         if (lib == "vnio") {
             Geometry::CTriangulation mesh;
-            if (write) vnioLoad(fmt, file, mesh);
-            probe.Start();
-            t0 = NowMs();
-            if (write) vnioWrite(fmt, out, mesh);
-            else vnioLoad(fmt, file, mesh);
-            r.ms = NowMs() - t0;
-            r.peakMB = probe.PeakGrowthMB();
-            r.vertices = mesh.GetVertexCount();
-            r.triangles = mesh.GetTriangleCount();
-            if (write && verify) {
-                Geometry::CTriangulation back;
-                vnioLoad(fmt, out, back);
-                if (back.GetVertexCount() != mesh.GetVertexCount() || back.GetTriangleCount() != mesh.GetTriangleCount())
-                    r.check = "re-read " + std::to_string(back.GetVertexCount()) + "/" + std::to_string(back.GetTriangleCount());
+            timed(load, [&] { vnioLoad(fmt, file, mesh); }, loadExact);
+            load.vertices = store.vertices = mesh.GetVertexCount();
+            load.triangles = store.triangles = mesh.GetTriangleCount();
+            if (write) {
+                stage = "write";
+                timed(store, [&] { vnioWrite(fmt, out, mesh); }, storeExact);
+                if (verify) {
+                    Geometry::CTriangulation back;
+                    vnioLoad(fmt, out, back);
+                    if (back.GetVertexCount() != mesh.GetVertexCount() || back.GetTriangleCount() != mesh.GetTriangleCount())
+                        store.check = counts(back.GetVertexCount(), back.GetTriangleCount());
+                }
             }
         } else if (lib == "tinyobj") {
             if (write || fmt != "obj") throw std::runtime_error("tinyobjloader only reads OBJ");
-            probe.Start();
-            t0 = NowMs();
-            tinyobjLoad(file, r.vertices, r.triangles);
-            r.ms = NowMs() - t0;
-            r.peakMB = probe.PeakGrowthMB();
+            timed(load, [&] { tinyobjLoad(file, load.vertices, load.triangles); }, loadExact);
         } else if (lib == "assimp" || lib == "assimp-join") {
             Assimp::Importer importer;
             assimpConfigure(importer);
             const aiScene* scene = nullptr;
+            timed(load, [&] { scene = importer.ReadFile(file, assimpFlags(lib)); }, loadExact);
+            if (!scene) throw std::runtime_error(std::string("assimp: ") + importer.GetErrorString());
+            assimpCount(scene, load.vertices, load.triangles);
+            store.vertices = load.vertices;
+            store.triangles = load.triangles;
             if (write) {
-                scene = importer.ReadFile(file, assimpFlags(lib));
-                if (!scene) throw std::runtime_error(std::string("assimp: ") + importer.GetErrorString());
+                stage = "write";
                 const char* id = assimpExportId(fmt);
                 if (!id) throw std::runtime_error("assimp has no exporter for " + fmt);
                 Assimp::Exporter exporter;
-                probe.Start();
-                t0 = NowMs();
-                if (exporter.Export(scene, id, out) != aiReturn_SUCCESS)
-                    throw std::runtime_error(std::string("assimp export: ") + exporter.GetErrorString());
-                r.ms = NowMs() - t0;
-                r.peakMB = probe.PeakGrowthMB();
-                assimpCount(scene, r.vertices, r.triangles);
+                aiReturn result = aiReturn_FAILURE;
+                timed(store, [&] { result = exporter.Export(scene, id, out); }, storeExact);
+                if (result != aiReturn_SUCCESS) throw std::runtime_error(std::string("assimp export: ") + exporter.GetErrorString());
                 if (verify) {
                     Assimp::Importer again;
                     assimpConfigure(again);
                     const aiScene* back = again.ReadFile(out, assimpFlags(lib));
                     uint64_t bv = 0, bt = 0;
                     if (back) assimpCount(back, bv, bt);
-                    if (!back || bt != r.triangles) r.check = "re-read " + std::to_string(bv) + "/" + std::to_string(bt);
+                    if (!back || bt != store.triangles) store.check = counts(bv, bt);
                 }
-            } else {
-                probe.Start();
-                t0 = NowMs();
-                scene = importer.ReadFile(file, assimpFlags(lib));
-                r.ms = NowMs() - t0;
-                r.peakMB = probe.PeakGrowthMB();
-                if (!scene) throw std::runtime_error(std::string("assimp: ") + importer.GetErrorString());
-                assimpCount(scene, r.vertices, r.triangles);
             }
         } else if (lib == "openmesh") {
             OMesh mesh;
-            if (write) openmeshRead(file, mesh);
-            probe.Start();
-            t0 = NowMs();
-            if (write) openmeshWrite(fmt, out, mesh);
-            else openmeshRead(file, mesh);
-            r.ms = NowMs() - t0;
-            r.peakMB = probe.PeakGrowthMB();
-            r.vertices = mesh.n_vertices();
-            r.triangles = mesh.n_faces();
-            if (write && verify) {
-                OMesh back;
-                openmeshRead(out, back);
-                if (back.n_faces() != mesh.n_faces() || back.n_vertices() != mesh.n_vertices())
-                    r.check = "re-read " + std::to_string(back.n_vertices()) + "/" + std::to_string(back.n_faces());
+            timed(load, [&] { openmeshRead(file, mesh); }, loadExact);
+            load.vertices = store.vertices = mesh.n_vertices();
+            load.triangles = store.triangles = mesh.n_faces();
+            if (write) {
+                stage = "write";
+                timed(store, [&] { openmeshWrite(fmt, out, mesh); }, storeExact);
+                if (verify) {
+                    OMesh back;
+                    openmeshRead(out, back);
+                    if (back.n_faces() != mesh.n_faces() || back.n_vertices() != mesh.n_vertices())
+                        store.check = counts(back.n_vertices(), back.n_faces());
+                }
             }
         } else {
             throw std::runtime_error("unknown library " + lib);
         }
     } catch (const CbException& e) {
-        std::printf("RESULT failed=%s\n", e.Describe().c_str());
+        if (std::string(stage) == "write") print("load", load, loadExact);
+        std::printf("RESULT op=%s failed=%s\n", stage, e.Describe().c_str());
         return 1;
     } catch (const std::exception& e) {
-        std::printf("RESULT failed=%s\n", e.what());
+        if (std::string(stage) == "write") print("load", load, loadExact);
+        std::printf("RESULT op=%s failed=%s\n", stage, e.what());
         return 1;
     }
-    if (!probe.Exact()) r.check += "(peak-approx)";
-    for (char& c : r.check)
-        if (c == ' ') c = '_';
-    print(r);
-    if (write) std::filesystem::remove(out);
+    print("load", load, loadExact);
+    if (write) {
+        print("write", store, storeExact);
+        std::filesystem::remove(out);
+    }
     return 0;
 }
 
