@@ -17,7 +17,9 @@
 #include "basepool/cbexception.h"
 #include "basepool/cbstreambinary.h"
 #include "vnio/vnstreamreadcompressedtriangulation.h"
+#include "basepool/cbstring.h"
 #include "vnbase/vnquantization.h"
+#include "vnio/vnply.h"
 #include "vnio/vnstreamwritecompressedtriangulation.h"
 
 namespace Compare {
@@ -174,6 +176,35 @@ private:
 };
 
 } // namespace
+
+SVnmDefault RunVnmAsLoaded(const std::string& plyPath, double precision) {
+    using Base = VnStreamCompressedTriangulationBase;
+    SVnmDefault r;
+    try {
+        const Geometry::CTriangulation mesh = VnPLY::Read(std::wstring(CbUtf8ToWide(plyPath)));
+        CbStreamWriteBinaryMemory memory;
+        {
+            VnStreamWriteCompressedTriangulation writer(memory, precision > 0 ? Base::eQuantized : Base::eLossless, float(precision));
+            writer << mesh;
+        }
+        const std::vector<uint8_t> bytes = memory.TakeData();
+        r.bytes = bytes.size();
+        CbStreamReadBinaryMemory source(bytes.data(), bytes.size());
+        VnStreamReadCompressedTriangulation reader(source);
+        Geometry::CTriangulation back;
+        reader >> back;
+        for (const auto& a : reader.GetRecordInfo().attributes) {
+            r.attributeBytes += a.bytes;
+            if (!r.attributes.empty()) r.attributes += ", ";
+            r.attributes += std::string(a.container == Geometry::eContainerVertex ? "vertex " : "triangle ") + a.name;
+        }
+    } catch (const CbException& e) {
+        r.problem = e.Describe();
+    } catch (const std::exception& e) {
+        r.problem = e.what();
+    }
+    return r;
+}
 
 SVnmDiagnostic DiagnoseVnm(const SMesh& m, double precision) {
     SVnmDiagnostic out;

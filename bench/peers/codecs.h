@@ -44,6 +44,15 @@ struct SVnmResult {
 // precision <= 0 writes the lossless stream.
 SVnmResult RunVnm(const SMesh& mesh, double precision, int runs, bool timed);
 
+// The stream as VnIO writes a mesh its own PLY reader loaded, with whatever attributes the
+// reader leaves marked for serialisation: bytes and the attribute records' share.
+struct SVnmDefault {
+    uint64_t bytes = 0, attributeBytes = 0;
+    std::string attributes; // "vertex normal, triangle normal"
+    std::string problem;
+};
+SVnmDefault RunVnmAsLoaded(const std::string& plyPath, double precision);
+
 // Where the VnIO stream's position bits go, read off a writer subclass after the geometry
 // is coded: how each vertex was predicted and the order-0 entropy of the residual codes
 // (what an ideal static coder of those residuals would need, per vertex, three axes).
