@@ -186,6 +186,7 @@ SVnmDefault RunVnmAsLoaded(const std::string& plyPath, double precision) {
         {
             VnStreamWriteCompressedTriangulation writer(memory, precision > 0 ? Base::eQuantized : Base::eLossless, float(precision));
             writer << mesh;
+            r.coded = writer.IsConsistent();
         }
         const std::vector<uint8_t> bytes = memory.TakeData();
         r.bytes = bytes.size();

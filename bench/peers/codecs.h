@@ -49,6 +49,7 @@ SVnmResult RunVnm(const SMesh& mesh, double precision, int runs, bool timed);
 struct SVnmDefault {
     uint64_t bytes = 0, attributeBytes = 0;
     std::string attributes; // "vertex normal, triangle normal"
+    bool coded = false;     // false: the native record, which keeps attributes inside it
     std::string problem;
 };
 SVnmDefault RunVnmAsLoaded(const std::string& plyPath, double precision);

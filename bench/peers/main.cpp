@@ -607,8 +607,13 @@ int run(const std::vector<std::string>& args) {
             md << "FAILED: " << d.problem << " | | |\n";
             continue;
         }
-        md << fmtNum(bitsPerVertex(d.bytes, p.expected.vertices), "%.2f") << " | " << (d.attributes.empty() ? "none" : d.attributes)
-           << " | " << fmtNum(d.bytes ? 100.0 * double(d.attributeBytes) / double(d.bytes) : 0, "%.1f") << "% |\n";
+        md << fmtNum(bitsPerVertex(d.bytes, p.expected.vertices), "%.2f") << " | ";
+        if (!d.coded) {
+            md << "stored natively (uncoded): attributes travel inside the native record | — |\n";
+            continue;
+        }
+        md << (d.attributes.empty() ? "none" : d.attributes) << " | "
+           << fmtNum(d.bytes ? 100.0 * double(d.attributeBytes) / double(d.bytes) : 0, "%.1f") << "% |\n";
     }
     md << "\nWhere VnIO's position bits go at the precision chosen above (a writer subclass replays the predictions "
           "after the geometry is coded): how the vertices were predicted, the order-0 entropy of the per-axis residual codes "
