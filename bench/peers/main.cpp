@@ -428,6 +428,7 @@ int run(const std::vector<std::string>& args) {
         }
     } else {
         corpusNotes.push_back("`--quick`: one small generated mesh, one run per figure (smoke check, not a measurement).");
+        if (!haveCorpus) corpusNotes.push_back("**Mesh corpus not found** (looked in `" + corpus + "`).");
     }
     progress("generating the bumpy sphere");
     if (ctx.quick) meshes.push_back(prepare(ctx.work, "sphere-14k", MakeBumpySphere(120, 60), "generated", true));
