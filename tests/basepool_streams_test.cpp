@@ -316,6 +316,40 @@ TEST(CbStreamVersion, AcceptsUpToOwnVersionAndRejectsNewer) {
 // ---------------------------------------------------------------------------------------
 // File forms
 
+// Writes of every size, through windows that grow while the file is written and past the
+// largest window, arrive in order; the files read back byte for byte in both stream kinds.
+TEST(CbStreamBinaryFile, MixedSizeWritesAcrossGrowingWindowsReadBack) {
+    std::string expected;
+    std::vector<size_t> sizes;
+    for (size_t i = 0; expected.size() < (5u << 20); ++i) {
+        const size_t n = (i * 7919) % 5 == 0 ? (i * 104729) % (700u << 10) : (i * 31) % 97 + 1;
+        sizes.push_back(n);
+        for (size_t k = 0; k < n; ++k) expected.push_back(char('a' + (expected.size() * 131) % 26));
+    }
+    const auto binPath = tempFile("mixed.bin"), txtPath = tempFile("mixed.txt");
+    {
+        VnStreamWriteBinaryFile bin(CbUtf8ToWide(binPath.string()).c_str());
+        VnStreamWriteASCIIFile txt(CbUtf8ToWide(txtPath.string()), 0, 0, nullptr);
+        size_t at = 0;
+        for (size_t n : sizes) {
+            bin.WriteBuffer(expected.data() + at, n);
+            txt.Write(expected.data() + at, n);
+            at += n;
+        }
+        bin.Flush();
+        txt.Flush();
+    }
+    for (const auto& path : {binPath, txtPath}) {
+        std::FILE* f = std::fopen(path.string().c_str(), "rb");
+        ASSERT_TRUE(f);
+        std::string got(expected.size() + 1, '\0');
+        got.resize(std::fread(got.data(), 1, got.size(), f));
+        std::fclose(f);
+        EXPECT_TRUE(got == expected) << path << ": " << got.size() << " of " << expected.size() << " bytes";
+        std::filesystem::remove(path);
+    }
+}
+
 TEST(CbStreamBinaryFile, TypedRoundTripAndShortReadAtEnd) {
     const auto path = tempFile("typed.bin");
     const CStringW wpath = CbUtf8ToWide(path.string());

@@ -10,6 +10,13 @@ namespace {
 constexpr const char* kSource = "vnlibraries/vnbase/vnstreamfile";
 constexpr size_t kBufferSize = 1 << 20;
 constexpr size_t kSmallestReadBuffer = 4096;
+// Write windows start small and double with each flush up to kBufferSize, so writing a small
+// file does not first fill a megabyte of fresh memory.
+constexpr size_t kFirstWriteBuffer = 64 << 10;
+
+template <class Buffer> void growWriteWindow(Buffer& buffer) {
+    if (buffer.size() < kBufferSize) buffer.resize(std::min(buffer.size() * 2, kBufferSize));
+}
 
 // A read window as large as the file needs and no larger: opening a small file should not
 // cost a megabyte of zeroed memory. A size of 0 (a pipe, a /proc file) gets the minimum.
@@ -94,7 +101,7 @@ size_t VnStreamReadBinaryFileRaw::Peek(void* buffer, size_t count) {
 }
 
 VnStreamWriteBinaryFile::VnStreamWriteBinaryFile(const wchar_t* path, int, int, int)
-    : m_file(path, "wb", "VnStreamWriteBinaryFile::VnStreamWriteBinaryFile"), m_buffer(kBufferSize) {
+    : m_file(path, "wb", "VnStreamWriteBinaryFile::VnStreamWriteBinaryFile"), m_buffer(kFirstWriteBuffer) {
     m_cur = m_buffer.data();
     m_end = m_cur + m_buffer.size();
 }
@@ -120,6 +127,9 @@ void VnStreamWriteBinaryFile::writeSlow(const void* buffer, size_t count) {
     m_cur = m_buffer.data();
     if (n && std::fwrite(m_buffer.data(), 1, n, m_file.Get()) != n)
         throw CbExceptionStream(kSource, __LINE__, "VnStreamWriteBinaryFile::WriteBuffer");
+    growWriteWindow(m_buffer);
+    m_cur = m_buffer.data();
+    m_end = m_cur + m_buffer.size();
     if (count >= m_buffer.size() / 2) {
         if (std::fwrite(buffer, 1, count, m_file.Get()) != count)
             throw CbExceptionStream(kSource, __LINE__, "VnStreamWriteBinaryFile::WriteBuffer");
@@ -145,7 +155,7 @@ bool VnStreamReadASCIIFile::refill() {
 }
 
 VnStreamWriteASCIIFile::VnStreamWriteASCIIFile(const CStringW& path, int, int, locale_t)
-    : m_file(path.c_str(), "wb", "VnStreamWriteASCIIFile::VnStreamWriteASCIIFile"), m_buffer(kBufferSize) {
+    : m_file(path.c_str(), "wb", "VnStreamWriteASCIIFile::VnStreamWriteASCIIFile"), m_buffer(kFirstWriteBuffer) {
     m_cur = m_buffer.data();
     m_end = m_cur + m_buffer.size();
 }
@@ -170,6 +180,9 @@ void VnStreamWriteASCIIFile::writeSlow(const char* text, size_t count) {
     m_cur = m_buffer.data();
     if (n && std::fwrite(m_buffer.data(), 1, n, m_file.Get()) != n)
         throw CbExceptionStream(kSource, __LINE__, "VnStreamWriteASCIIFile::Write");
+    growWriteWindow(m_buffer);
+    m_cur = m_buffer.data();
+    m_end = m_cur + m_buffer.size();
     if (count >= m_buffer.size() / 2) {
         if (std::fwrite(text, 1, count, m_file.Get()) != count)
             throw CbExceptionStream(kSource, __LINE__, "VnStreamWriteASCIIFile::Write");
