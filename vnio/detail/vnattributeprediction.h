@@ -3,10 +3,24 @@
 // triangulation stream must compute identically.
 #include <cmath>
 #include <cstdint>
+#include <string>
+#include <typeinfo>
 
 #include "vn3dbase/ctriangulation.h"
+#include "vn3dbase/registry.h"
 
 namespace VnCompressedDetail {
+
+// Components of a registered attribute that both sides code numerically (float, CbVector2f,
+// CbVector3f); 0 for every other type, which travels as raw bytes.
+inline int TypedComponents(int container, const std::string& name) {
+    const Geometry::SAttributeData* reg = Geometry::CTriangulationConfigurationRegistry::Get(container, name);
+    if (!reg || !reg->type) return 0;
+    if (*reg->type == typeid(float)) return 1;
+    if (*reg->type == typeid(CbVector2f)) return 2;
+    if (*reg->type == typeid(CbVector3f)) return 3;
+    return 0;
+}
 
 // An N-component float value, so that one prediction routine serves float, CbVector2f and
 // CbVector3f attributes; its layout is that of N packed floats.

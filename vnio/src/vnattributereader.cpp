@@ -25,15 +25,6 @@ constexpr uint32_t kMaxElementSizeUnbounded = 1u << 12;
 
 [[noreturn]] void fail(uint32_t line, const char* function) { throw CbExceptionStream(kSourceReader, line, function); }
 
-// Components of a numerically coded registered type, 0 for any other.
-int typedComponents(int container, const std::string& name) {
-    const Geometry::SAttributeData* reg = Geometry::CTriangulationConfigurationRegistry::Get(container, name);
-    if (!reg || !reg->type) return 0;
-    if (*reg->type == typeid(float)) return 1;
-    if (*reg->type == typeid(CbVector2f)) return 2;
-    if (*reg->type == typeid(CbVector3f)) return 3;
-    return 0;
-}
 
 // Names that version 2 identifiers stand for (empty for records read and dropped).
 std::string versionTwoVertexName(uint32_t id) {
@@ -212,7 +203,7 @@ void VnStreamReadCompressedTriangulation::decompressAttributesVersion3(Geometry:
             std::string name;
             uint32_t word = 0;
             source() >> name >> word;
-            const int components = typedComponents(container, name);
+            const int components = TypedComponents(container, name);
             // Triangle attributes are read typed only for three floats: float and two-float
             // triangle attributes go through the generic reader.
             if (components != 0 && (container == Geometry::eContainerVertex || components == 3))
@@ -226,15 +217,22 @@ void VnStreamReadCompressedTriangulation::decompressAttributesVersion3(Geometry:
 
 void VnStreamReadCompressedTriangulation::decompressAttributesVersion2(Geometry::CTriangulation& mesh) {
     const int V = Geometry::eContainerVertex, T = Geometry::eContainerTriangle;
-    uint32_t count = 0;
-    source() >> count;
-    uint64_t left = source().GetBytesLeft();
-    if (left != CbStreamRead::kUnknownSize && uint64_t(count) * 8 > left) fail(__LINE__, kFnVersion2);
-    for (uint32_t k = 0; k < count; ++k) {
-        const uint64_t before = source().GetBytesLeft();
-        uint32_t id = 0, word = 0;
-        source() >> id >> word;
-        if (id > 44) throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
+    // Each container: a count, then records of an identifier, a word and the data. An
+    // identifier above `lastId` or without a case in `read` is a newer format.
+    auto records = [&](int container, uint32_t lastId, auto&& read) {
+        uint32_t count = 0;
+        source() >> count;
+        const uint64_t left = source().GetBytesLeft();
+        if (left != CbStreamRead::kUnknownSize && uint64_t(count) * 8 > left) fail(__LINE__, kFnVersion2);
+        for (uint32_t k = 0; k < count; ++k) {
+            const uint64_t before = source().GetBytesLeft();
+            uint32_t id = 0, word = 0;
+            source() >> id >> word;
+            if (id > lastId || !read(id)) throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
+            noteAttribute(container, container == V ? versionTwoVertexName(id) : versionTwoTriangleName(id), before);
+        }
+    };
+    records(V, 44, [&](uint32_t id) {
         switch (id) {
         case 0: readAttributeTyped(mesh, V, oldVertexName(3), 3); break;
         case 2: readAttributeGenericByRegistry(mesh, V, oldVertexName(7)); break;
@@ -249,18 +247,11 @@ void VnStreamReadCompressedTriangulation::decompressAttributesVersion2(Geometry:
         case 36: readAttributeTyped(mesh, V, oldVertexName(9), 3); break;
         case 38: skipWords(mesh.GetVertexSlotCount()); break;
         case 44: readAttributeTyped(mesh, V, oldVertexName(10), 1); break;
-        default: throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
+        default: return false;
         }
-        noteAttribute(V, versionTwoVertexName(id), before);
-    }
-    source() >> count;
-    left = source().GetBytesLeft();
-    if (left != CbStreamRead::kUnknownSize && uint64_t(count) * 8 > left) fail(__LINE__, kFnVersion2);
-    for (uint32_t k = 0; k < count; ++k) {
-        const uint64_t before = source().GetBytesLeft();
-        uint32_t id = 0, word = 0;
-        source() >> id >> word;
-        if (id > 13) throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
+        return true;
+    });
+    records(T, 13, [&](uint32_t id) {
         switch (id) {
         case 8: readAttributeTyped(mesh, T, oldTriangleName(4), 3); break;
         case 0: readAttributeGenericByRegistry(mesh, T, oldTriangleName(1)); break;
@@ -268,10 +259,10 @@ void VnStreamReadCompressedTriangulation::decompressAttributesVersion2(Geometry:
         case 6: readAttributeGenericByRegistry(mesh, T, oldTriangleName(7)); break;
         case 12: readAttributeGenericByRegistry(mesh, T, oldTriangleName(2)); break;
         case 13: readAttributeGenericByRegistry(mesh, T, oldTriangleName(3)); break;
-        default: throw CbExceptionWrongFileVersion(kSourceReader, __LINE__, kFnVersion2);
+        default: return false;
         }
-        noteAttribute(T, versionTwoTriangleName(id), before);
-    }
+        return true;
+    });
 }
 
 void VnStreamReadCompressedTriangulation::noteAttribute(int container, const std::string& name, uint64_t before) {

@@ -20,16 +20,6 @@ using namespace VnCompressedDetail;
 namespace {
 constexpr const char* kFnTyped = "VnStreamWriteCompressedTriangulation::compressAttributes";
 
-// Components of a numerically coded type, 0 for types written as raw bytes.
-int typedComponents(int container, const std::string& name) {
-    const Geometry::SAttributeData* reg = Geometry::CTriangulationConfigurationRegistry::Get(container, name);
-    if (!reg || !reg->type) return 0;
-    if (*reg->type == typeid(float)) return 1;
-    if (*reg->type == typeid(CbVector2f)) return 2;
-    if (*reg->type == typeid(CbVector3f)) return 3;
-    return 0;
-}
-
 // Every element of the attribute has its storage.
 bool settled(const Geometry::CTriangulation& mesh, const Geometry::SAttributeEntry& e) {
     const uint64_t slots = e.container == Geometry::eContainerVertex ? mesh.GetVertexSlotCount() : mesh.GetTriangleSlotCount();
@@ -89,7 +79,7 @@ void VnStreamWriteCompressedTriangulation::writeAttributeSection() {
             target() << uint32_t{0};
             const Geometry::SAttributeEntry* e = mesh.FindAttribute(container, name);
             if (!e) precondition(__LINE__);
-            const int n = typedComponents(container, name);
+            const int n = TypedComponents(container, name);
             if (n != 0) {
                 if (e->elementSize != 4u * n || !settled(mesh, *e)) precondition(__LINE__);
                 if (n == 1)
