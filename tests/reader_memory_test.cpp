@@ -156,8 +156,13 @@ TEST(ReaderMemory, BinarySTLCountsBeyondTheRecords) {
 
 TEST(ReaderMemory, LegacySTLCountsAndComponentWords) {
     const std::string forged = stlBinary(0xFFFFFFF0u, 1);
-    expectBounded("legacy STL", forged.size(), [&] {
+    expectBounded("legacy STL sized", forged.size(), [&] {
         CbStreamReadBinaryMemory in(forged.data(), forged.size());
+        VnTriangulationDynamic mesh;
+        VnSTLOld::Serialize(in, mesh, VnSTLOld::c_FlagsDefault);
+    });
+    expectBounded("legacy STL unsized", forged.size(), [&] {
+        VnTest::CStreamReadUnsized in(forged);
         VnTriangulationDynamic mesh;
         VnSTLOld::Serialize(in, mesh, VnSTLOld::c_FlagsDefault);
     });

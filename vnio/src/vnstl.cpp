@@ -227,9 +227,8 @@ bool Serialize(CbStreamReadBinary& stream, CTriangulation& mesh, EFlagsRead flag
             auto normals = GetOrCreateAttribute<CTriangleRef, CbVector3f>(mesh, "normal");
             // Only a source that knows its size can vouch for the count; from any other, the
             // buffers grow with the records that actually arrive.
-            const uint64_t left = stream.GetBytesLeft();
-            const bool sized = left != CbStreamRead::kUnknownSize;
-            const uint64_t reserve = sized ? std::min<uint64_t>({count, kReserveCap, left / kRecord}) : 0;
+            const bool sized = stream.GetBytesLeft() != CbStreamRead::kUnknownSize;
+            const uint64_t reserve = std::min<uint64_t>(stream.GetReservable(count, kRecord), kReserveCap);
             mesh.ReserveTriangles(uint32_t(reserve));
             mesh.ReserveVertices(uint32_t(reserve * 3));
             // Records are read in blocks and appended in bulk; the outcome is the same as

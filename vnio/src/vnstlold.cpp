@@ -26,8 +26,6 @@ constexpr size_t kHeaderBytes = 80;
 constexpr size_t kRecordBytes = 50;
 // Three times the count must fit in 32 bits (three vertices per record).
 constexpr uint32_t kFirstBadCount = 1431655766u;
-// Without a known size a count may reserve at most this many records.
-constexpr uint64_t kBlindReserve = 65536;
 constexpr uint32_t kAsciiInitialCapacity = 10000;
 // "%256s": the longest word the ASCII reader compares.
 constexpr size_t kMaxWord = 256;
@@ -53,9 +51,7 @@ private:
 };
 
 uint32_t reserveFor(const CbStreamReadBinary& stream, uint32_t count) {
-    const uint64_t left = stream.GetBytesLeft();
-    const uint64_t cap = left == CbStreamRead::kUnknownSize ? kBlindReserve : left / kRecordBytes;
-    return static_cast<uint32_t>(std::min<uint64_t>(count, cap));
+    return static_cast<uint32_t>(stream.GetReservable(count, kRecordBytes));
 }
 
 void reserve(VnTriangulationBase& mesh, uint32_t triangles) {

@@ -7,6 +7,7 @@
 // are an inline copy; concrete sources and sinks only refill or drain the window.
 #include <bit>
 #include <cstdint>
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -33,6 +34,14 @@ public:
     // Bytes left when the source size is known, else kUnknownSize.
     static constexpr uint64_t kUnknownSize = std::numeric_limits<uint64_t>::max();
     virtual uint64_t GetBytesLeft() const { return kUnknownSize; }
+    // How many of `count` claimed elements, each at least `minBytes` long, the bytes left can
+    // hold: all a reader may reserve on the strength of a count. A source of unknown size
+    // vouches for none, and the reader grows with what arrives.
+    uint64_t GetReservable(uint64_t count, uint64_t minBytes) const {
+        const uint64_t left = GetBytesLeft();
+        if (left == kUnknownSize) return 0;
+        return minBytes ? std::min(count, left / minBytes) : count;
+    }
 
 protected:
     // Serves a read that the window cannot satisfy; returns the bytes delivered.
